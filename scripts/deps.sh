@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs, with apt-get, whatever the build and the test suite need and the
+# machine does not have yet.  Sourced by run.sh and test.sh.
+set -euo pipefail
+
+rq_need_packages() {
+    local missing=()
+    local pkg
+    for pkg in "$@"; do
+        dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return 0
+    fi
+    echo "installing: ${missing[*]}"
+    local sudo=""
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo="sudo"
+    fi
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
+}
+
+# The library, the examples and the x86_64 test suite.
+RQ_BASE_PACKAGES=(build-essential cmake g++ googletest binutils python3 unicode-data)
+# The i386 test suite.
+RQ_I386_PACKAGES=(gcc-multilib g++-multilib)

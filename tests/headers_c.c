@@ -1,0 +1,18 @@
+/* Every public header compiles as C99 and links from a C program. */
+#include "rqcore/rqcore.h"
+#include "rqsis/rqsis.h"
+
+#include <stdio.h>
+#include <string.h>
+
+int main(void)
+{
+    const char *banner = GetRqCoreVerID();
+    RQHANDLE h = MemAlloc(16);
+    int ok = banner != NULL && strncmp(banner, "\nVarnelLibrary:rqcore", 21) == 0 && h != 0 &&
+             MemLock(h) != NULL;
+    MemUnlock();
+    MemFree(h);
+    printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
+    return ok ? 0 : 1;
+}

@@ -1,0 +1,100 @@
+#include "rqtest.h"
+
+#include "rqsis/rqsis_test.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace rqtest {
+
+Live live()
+{
+    Live l;
+    SIS_TestLiveGet(&l.blocks, &l.bytes);
+    return l;
+}
+
+std::string liveReport()
+{
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *out = open_memstream(&text, &size);
+    if (out == nullptr)
+        return "(no report)";
+    SIS_TestLiveReport(out);
+    std::fclose(out);
+    std::string report(text, size);
+    std::free(text);
+    return report;
+}
+
+LeakCheck::LeakCheck() : start_(live()) {}
+
+LeakCheck::~LeakCheck()
+{
+    Live end = live();
+    EXPECT_EQ(end.blocks, start_.blocks) << "blocks leaked:\n" << liveReport();
+    EXPECT_EQ(end.bytes, start_.bytes);
+}
+
+int allocationSweep(const std::function<U32()> &op, const std::function<void(U32)> &onFailure, int limit)
+{
+    for (int n = 0; n < limit; ++n) {
+        Live before = live();
+        SIS_TestFailAfter(n);
+        U32 status = op();
+        bool fired = SIS_TestFailFired() != 0;
+        SIS_TestFailAfter(-1);
+        Live after = live();
+        SCOPED_TRACE("allocation " + std::to_string(n + 1) + " failed");
+        EXPECT_EQ(after.blocks, before.blocks) << "blocks leaked:\n" << liveReport();
+        if (!fired)
+            return n;
+        onFailure(status);
+        if (::testing::Test::HasFailure())
+            return n;
+    }
+    ADD_FAILURE() << "operation still allocating after " << limit << " allocations";
+    return limit;
+}
+
+int allocationSweep(const std::function<U32()> &op, U32 expected, int limit)
+{
+    return allocationSweep(op, [expected](U32 status) { EXPECT_EQ(status, expected); }, limit);
+}
+
+void fillJunk(void *buffer, size_t size)
+{
+    std::memset(buffer, 0xA5, size);
+}
+
+std::string readFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+TempDir::TempDir()
+{
+    const char *base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base != nullptr ? base : "/tmp") + "/rqtest.XXXXXX";
+    std::string buffer = pattern;
+    if (mkdtemp(buffer.data()) != nullptr)
+        path_ = buffer;
+}
+
+TempDir::~TempDir()
+{
+    if (!path_.empty()) {
+        std::string command = "rm -rf '" + path_ + "'";
+        if (std::system(command.c_str()) != 0)
+            std::fprintf(stderr, "could not remove %s\n", path_.c_str());
+    }
+}
+
+}  // namespace rqtest

@@ -1,0 +1,164 @@
+// The library frame: start-up, banner, memory handles and thread-local storage.
+#include "rqtest.h"
+
+#include "rqcore/frame.h"
+#include "rqcore/sys.h"
+#include "rqsis/rqsis_test.h"
+
+#include <cstring>
+#include <regex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(Frame, StartsThePlatformOncePerLoad)
+{
+    // The library started the platform when it was loaded; asking again
+    // neither restarts it nor fails.
+    EXPECT_EQ(SIS_TestInitDepth(), 1u);
+    EXPECT_EQ(runInitCode(), 0u);
+    EXPECT_EQ(runInitCode(), 0u);
+    EXPECT_EQ(SIS_TestInitDepth(), 1u);
+}
+
+TEST(Frame, BannerIsTheConstantText)
+{
+    const char *id = GetRqCoreVerID();
+    EXPECT_STREQ(id, "\nVarnelLibrary:rqcore version:007.000.5180.0 date:20050629\n");
+    EXPECT_EQ(id, GetRqCoreVerID()) << "the banner is a constant, not a copy";
+    EXPECT_TRUE(std::regex_search(id, std::regex("version:[0-9]{3}\\.[0-9]{3}\\.[0-9]{4}\\.[0-9] date:[0-9]{8}\n$")));
+}
+
+TEST(Frame, HandlesAreFourBytes)
+{
+    static_assert(sizeof(HLIST) == 4 && sizeof(RQHANDLE) == 4);
+}
+
+TEST(MemoryHandles, BlocksAreDistinctWritableAndAccounted)
+{
+    rqtest::LeakCheck leaks;
+    std::vector<RQHANDLE> handles;
+    for (U32 i = 0; i < 3000; ++i) {  // crosses no chunk, but reuses freed indices below
+        RQHANDLE h = MemAlloc(8 + i % 7);
+        ASSERT_NE(h, 0u);
+        auto *p = static_cast<U32 *>(MemLock(h));
+        ASSERT_NE(p, nullptr);
+        *p = i;
+        MemUnlock();
+        handles.push_back(h);
+    }
+    // Free every other one, reallocate, and check that nobody's block changed.
+    for (size_t i = 0; i < handles.size(); i += 2)
+        EXPECT_EQ(MemFree(handles[i]), 0u);
+    for (size_t i = 0; i < handles.size(); i += 2) {
+        handles[i] = MemAlloc(4);
+        ASSERT_NE(handles[i], 0u);
+        *static_cast<U32 *>(MemLock(handles[i])) = static_cast<U32>(i);
+    }
+    for (size_t i = 0; i < handles.size(); ++i)
+        EXPECT_EQ(*static_cast<U32 *>(MemLock(handles[i])), static_cast<U32>(i));
+    for (RQHANDLE h : handles)
+        MemFree(h);
+}
+
+TEST(MemoryHandles, NullAndStaleHandles)
+{
+    EXPECT_EQ(MemLock(0), nullptr) << "containers report their own code when the lock fails";
+    EXPECT_EQ(MemFree(0), 0u);
+    SIS_TestFailAfter(0);
+    EXPECT_EQ(MemAlloc(16), 0u) << "exhausted memory gives handle 0";
+    SIS_TestFailAfter(-1);
+}
+
+TEST(MemoryHandles, ConcurrentAllocationKeepsBlocksApart)
+{
+    rqtest::LeakCheck leaks;
+    auto worker = [](U32 seed, bool *ok) {
+        std::vector<RQHANDLE> mine;
+        for (U32 i = 0; i < 20000; ++i) {
+            RQHANDLE h = MemAlloc(4);
+            *static_cast<U32 *>(MemLock(h)) = seed + i;
+            mine.push_back(h);
+            if (i % 3 == 0) {
+                MemFree(mine.front());
+                mine.erase(mine.begin());
+            }
+        }
+        U32 expected = 0;
+        for (RQHANDLE h : mine) {
+            U32 v = *static_cast<U32 *>(MemLock(h));
+            if ((v - seed) < expected)
+                *ok = false;
+            expected = v - seed;
+            MemFree(h);
+        }
+    };
+    bool ok1 = true, ok2 = true;
+    std::thread a(worker, 0u, &ok1), b(worker, 1000000u, &ok2);
+    a.join();
+    b.join();
+    EXPECT_TRUE(ok1 && ok2);
+}
+
+TEST(MemoryHandles, ReleaseFunctionRefusesForeignBlocks)
+{
+    EXPECT_EQ(RQCORE_free(nullptr), 0u);
+    alignas(16) char notOurs[64] = {};
+    EXPECT_NE(RQCORE_free(notOurs + 32), 0u);
+}
+
+// ---- thread-local storage ---------------------------------------------------
+
+TEST(ThreadLocalLowerLayer, Codes)
+{
+    U32 key = ZOL_TLS_NO_KEY;
+    void *value = reinterpret_cast<void *>(0x1234);
+    EXPECT_EQ(ZOL_TLS_Impl_AllocKey(nullptr, nullptr), 0x16C26u);
+    EXPECT_EQ(ZOL_TLS_Impl_GetValue(key, &value), 0x16C29u);
+    EXPECT_EQ(ZOL_TLS_Impl_SetValue(key, value), 0x16C29u);
+    ASSERT_EQ(ZOL_TLS_Impl_AllocKey(&key, nullptr), 0u);
+    EXPECT_NE(key, ZOL_TLS_NO_KEY);
+    EXPECT_EQ(ZOL_TLS_Impl_GetValue(key, nullptr), 0x16C26u);
+    // A null value in this thread is "no value", and the out-pointer is untouched.
+    EXPECT_EQ(ZOL_TLS_Impl_GetValue(key, &value), 0x16C29u);
+    EXPECT_EQ(value, reinterpret_cast<void *>(0x1234));
+    int here = 0;
+    EXPECT_EQ(ZOL_TLS_Impl_SetValue(key, &here), 0u);
+    EXPECT_EQ(ZOL_TLS_Impl_GetValue(key, &value), 0u);
+    EXPECT_EQ(value, &here);
+    std::thread([key] {
+        void *other = nullptr;
+        EXPECT_EQ(ZOL_TLS_Impl_GetValue(key, &other), 0x16C29u) << "values are per thread";
+    }).join();
+    EXPECT_EQ(ZOL_TLS_Impl_FreeKey(key), 0u);
+}
+
+TEST(ThreadLocalUpperLayer, BlockPerThreadOnOneKey)
+{
+    rqtest::LeakCheck leaks;
+    static U32 key = ZOL_TLS_NO_KEY;
+    EXPECT_EQ(ZOL_TLSAlloc(nullptr, 16, nullptr), 0x16C26u);
+    EXPECT_EQ(ZOL_TLSGetValue(key), nullptr);
+    ASSERT_EQ(ZOL_TLSAlloc(&key, 16, nullptr), 0u);
+    U32 first = key;
+    void *mine = ZOL_TLSGetValue(key);
+    ASSERT_NE(mine, nullptr);
+    std::thread([] {
+        EXPECT_EQ(ZOL_TLSGetValue(key), nullptr);
+        U32 before = key;
+        ASSERT_EQ(ZOL_TLSAlloc(&key, 32, nullptr), 0u);
+        EXPECT_EQ(key, before) << "an allocated key is reused";
+        EXPECT_NE(ZOL_TLSGetValue(key), nullptr);
+        EXPECT_EQ(ZOL_TLSFree(key, 0), 0u);
+    }).join();
+    EXPECT_EQ(key, first);
+    EXPECT_EQ(ZOL_TLSGetValue(key), mine) << "another thread's block does not replace ours";
+    SIS_TestFailAfter(0);
+    EXPECT_EQ(ZOL_TLSAlloc(&key, 16, nullptr), 0x16C18u);
+    SIS_TestFailAfter(-1);
+    EXPECT_EQ(ZOL_TLSFree(key, 1), 0u);
+    EXPECT_EQ(ZOL_TLSFree(key, 0), 1u) << "the read fails once the value is gone";
+}
+
+}  // namespace
