@@ -21,7 +21,8 @@ rq_need_packages() {
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
 }
 
-# The library, the examples and the x86_64 test suite.
-RQ_BASE_PACKAGES=(build-essential cmake g++ googletest binutils python3 unicode-data)
+# The library, the examples and the x86_64 test suite (the Python test-suite
+# package ships the real-mail corpus that the MIME tests compare against).
+RQ_BASE_PACKAGES=(build-essential cmake g++ googletest binutils pkg-config python3 unicode-data libpython3.11-testsuite)
 # The i386 test suite.
 RQ_I386_PACKAGES=(gcc-multilib g++-multilib)
