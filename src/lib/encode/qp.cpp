@@ -279,6 +279,7 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
             ++q;
         if (q == end) {
             p = q;
+            floor = o;  // the soft break protects the white space before it
             break;
         }
         if (*q == '\n') {
