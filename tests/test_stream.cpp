@@ -327,6 +327,19 @@ TEST(Stream, ConstructorsRefuseNullsAndSurviveAllocationFailure)
             return status;
         },
         STREAM_ERR_NOMEM);
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    rqtest::allocationSweep(
+        [&] {
+            U32 status = STREAM_attachToFile(&s, fds[0], STREAM_READ);
+            if (status == 0)
+                STREAM_destroy(&s);
+            return status;
+        },
+        STREAM_ERR_NOMEM);
+    EXPECT_EQ(fcntl(fds[0], F_GETFD), 0) << "a failed attach leaves the caller's descriptor open";
+    close(fds[0]);
+    close(fds[1]);
     // A growing write whose reallocation fails keeps the old text.
     ASSERT_EQ(STREAM_attachToGrowingBuffer(&s, &text, 2, 0), 0u);
     U32 n = 0;

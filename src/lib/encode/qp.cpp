@@ -402,7 +402,7 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
 
 U32 decodeToNew(const unsigned char *in, size_t length, char **output, U32 *output_length, U32 lineLength) noexcept
 {
-    auto *buffer = static_cast<unsigned char *>(RQ_MALLOC(length + 1));
+    auto *buffer = length < SIZE_MAX ? static_cast<unsigned char *>(RQ_MALLOC(length + 1)) : nullptr;
     if (buffer == nullptr) {
         ENCODE_logError("ENCODE_fromQP()", ENCODE_ERR_NOMEM, "Not enough core");
         return ENCODE_ERR_NOMEM;
