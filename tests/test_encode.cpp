@@ -563,6 +563,9 @@ TEST(QuotedPrintable, DecoderFollowsTheRobustReadersAdvice)
         {"nul copied", Bytes("a\0b", 3), Bytes("a\0b", 3)},
         {"long clean run", Bytes(100, 'x') + "=41" + Bytes(50, 'y'), Bytes(100, 'x') + "A" + Bytes(50, 'y')},
         {"empty", "", ""},
+        {"the same deep in a long text",  // past the decoder's 64-byte windows
+         Bytes(200, 'a') + " \t\r\n" + Bytes(100, 'b') + "=41=\r\n=3d==\n" + Bytes(100, 'c') + "\r\r\n\n",
+         Bytes(200, 'a') + "\r\n" + Bytes(100, 'b') + "A==" + Bytes(100, 'c') + "\r\r\n\n"},
     };
     rqtest::LeakCheck leaks;
     for (const auto &c : cases) {

@@ -297,6 +297,59 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
         const __m128i eq = _mm_set1_epi8('=');
         const __m128i cr = _mm_set1_epi8('\r');
         const __m128i lf = _mm_set1_epi8('\n');
+        auto specials = [&](const unsigned char *q) -> uint64_t {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(q));
+            __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
+                                       _mm_cmpeq_epi8(v, lf));
+            return static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(hit)));
+        };
+        auto copy64 = [](unsigned char *to, const unsigned char *from) {
+            for (int k = 0; k < 64; k += 16)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(to + k),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + k)));
+        };
+        // Windows of 64 bytes: one mask for the window, then its specials in
+        // turn, each followed by a fresh copy of what comes after it.  The
+        // copies read at most 130 bytes past the window start.
+        while (end - p >= 160) {
+            const unsigned char *window = p;
+            uint64_t mask = specials(p) | specials(p + 16) << 16 | specials(p + 32) << 32 | specials(p + 48) << 48;
+            copy64(o, p);
+            bool settled = true;
+            while (mask != 0) {
+                const unsigned char *at = window + __builtin_ctzll(mask);
+                o += at - p;
+                p = at;
+                int hi = kHexValue[p[1]];
+                int lo = kHexValue[p[2]];
+                if (*p == '=' && (hi | lo) >= 0) {
+                    *o++ = static_cast<unsigned char>(hi << 4 | lo);
+                    p += 3;
+                } else if (*p == '=' && p[1] == '\r' && p[2] == '\n') {
+                    p += 3;
+                } else if (*p != '=' && !(o > floor && isBlank(o[-1]))) {
+                    // A line end after a non-blank: CR LF in one step.
+                    size_t n = (p[0] == '\r' && p[1] == '\n') ? 2 : 1;
+                    o[0] = p[0];
+                    o[1] = p[1];
+                    o += n;
+                    p += n;
+                } else {
+                    settled = false;
+                    break;
+                }
+                floor = o;
+                size_t done = static_cast<size_t>(p - window);
+                mask = done >= 64 ? 0 : mask & (~uint64_t{0} << done);
+                copy64(o, p);
+            }
+            if (!settled)
+                break;
+            if (p < window + 64) {
+                o += window + 64 - p;
+                p = window + 64;
+            }
+        }
         while (end - p >= 16) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
             __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
