@@ -196,6 +196,22 @@ size_t wrapInto(const char *u, size_t n, char *out) noexcept
             // The last byte is left to the exact rules, so u[j + 1] exists.
             size_t limit = n - 1 - i < 74 - column ? n - 1 : i + (74 - column);
             size_t j = i;
+#if defined(__SSE2__)
+            // 16 at a time: stop at '=', CR, or a blank before a CR.
+            while (limit - j >= 16 && n - j >= 17) {
+                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + j));
+                __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + j + 1));
+                __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')));
+                __m128i stop = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('=')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\r'))),
+                                            _mm_and_si128(blank, _mm_cmpeq_epi8(next, _mm_set1_epi8('\r'))));
+                unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+                if (mask != 0) {
+                    j += static_cast<unsigned>(__builtin_ctz(mask));
+                    break;
+                }
+                j += 16;
+            }
+#endif
             while (j < limit) {
                 unsigned char b = static_cast<unsigned char>(u[j]);
                 unsigned stop = static_cast<unsigned>(b == '=') | static_cast<unsigned>(b == '\r') |
