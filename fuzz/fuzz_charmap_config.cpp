@@ -12,13 +12,21 @@
 
 namespace {
 
+char gDirectory[] = "/tmp/fuzz_charmap.XXXXXX";
+
+void removeDirectory()
+{
+    std::string file = std::string(gDirectory) + "/charmap.config";
+    unlink(file.c_str());
+    rmdir(gDirectory);
+}
+
 std::string configDirectory()
 {
-    char pattern[] = "/tmp/fuzz_charmap.XXXXXX";
-    const char *dir = mkdtemp(pattern);
-    if (dir == nullptr)
+    if (mkdtemp(gDirectory) == nullptr)
         std::abort();
-    return dir;
+    std::atexit(removeDirectory);
+    return gDirectory;
 }
 
 void check(bool ok)
