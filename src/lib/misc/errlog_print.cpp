@@ -309,22 +309,52 @@ RQ_API void DX_LogPrintErrorLog(const char *functionName, U32 errlogId, U32 code
     va_end(ap);
 }
 
-#define RQ_TYPED_LOG(name, type, enterExit)                                                \
-    RQ_API void name(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept \
-    {                                                                                      \
-        va_list ap;                                                                        \
-        va_start(ap, fmt);                                                                 \
-        DX_LogVargPrintLog(functionName, errlogId, type, enterExit, 0, 0, fmt, ap);        \
-        va_end(ap);                                                                        \
-    }
+RQ_API void DX_LogPrintActivityLog(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept
+{
+    va_list ap;
+    va_start(ap, fmt);
+    DX_LogVargPrintLog(functionName, errlogId, DX_LOG_MSGTYPE_ACTIVITY, 0, 0, 0, fmt, ap);
+    va_end(ap);
+}
 
-RQ_TYPED_LOG(DX_LogPrintActivityLog, DX_LOG_MSGTYPE_ACTIVITY, 0)
-RQ_TYPED_LOG(DX_LogPrintStateLog, DX_LOG_MSGTYPE_STATE, 0)
-RQ_TYPED_LOG(DX_LogPrintDebugLog, DX_LOG_MSGTYPE_DEBUG, 0)
-RQ_TYPED_LOG(DX_LogPrintTraceLog, DX_LOG_MSGTYPE_TRACE, 0)
-RQ_TYPED_LOG(DX_LogPrintTraceLogEntering, DX_LOG_MSGTYPE_TRACE, 1)
-RQ_TYPED_LOG(DX_LogPrintTraceLogExiting, DX_LOG_MSGTYPE_TRACE, 2)
+RQ_API void DX_LogPrintStateLog(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept
+{
+    va_list ap;
+    va_start(ap, fmt);
+    DX_LogVargPrintLog(functionName, errlogId, DX_LOG_MSGTYPE_STATE, 0, 0, 0, fmt, ap);
+    va_end(ap);
+}
 
-#undef RQ_TYPED_LOG
+RQ_API void DX_LogPrintDebugLog(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept
+{
+    va_list ap;
+    va_start(ap, fmt);
+    DX_LogVargPrintLog(functionName, errlogId, DX_LOG_MSGTYPE_DEBUG, 0, 0, 0, fmt, ap);
+    va_end(ap);
+}
+
+RQ_API void DX_LogPrintTraceLog(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept
+{
+    va_list ap;
+    va_start(ap, fmt);
+    DX_LogVargPrintLog(functionName, errlogId, DX_LOG_MSGTYPE_TRACE, 0, 0, 0, fmt, ap);
+    va_end(ap);
+}
+
+RQ_API void DX_LogPrintTraceLogEntering(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept
+{
+    va_list ap;
+    va_start(ap, fmt);
+    DX_LogVargPrintLog(functionName, errlogId, DX_LOG_MSGTYPE_TRACE, 1, 0, 0, fmt, ap);
+    va_end(ap);
+}
+
+RQ_API void DX_LogPrintTraceLogExiting(const char *functionName, U32 errlogId, const char *fmt, ...) noexcept
+{
+    va_list ap;
+    va_start(ap, fmt);
+    DX_LogVargPrintLog(functionName, errlogId, DX_LOG_MSGTYPE_TRACE, 2, 0, 0, fmt, ap);
+    va_end(ap);
+}
 
 }  // extern "C"

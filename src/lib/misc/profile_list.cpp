@@ -7,13 +7,21 @@
 #include "profile_internal.h"
 #include "rqcore/lists.h"
 
-struct DX_PROFILELIST {
-    U32 size;
-    char lines[1];
-};
-
 namespace rq::profile {
 namespace {
+
+// The block is reached as bytes: the size word, then the lines.
+const char *bytes(const DX_PROFILELIST *h) noexcept
+{
+    return reinterpret_cast<const char *>(h);
+}
+
+U32 blockSize(const DX_PROFILELIST *h) noexcept
+{
+    U32 size = 0;
+    std::memcpy(&size, bytes(h), sizeof size);
+    return size;
+}
 
 constexpr size_t kPieceMax = 213;  // the in-memory reader's piece length
 
@@ -77,7 +85,7 @@ void keepLine(const char *piece, LineReader &reader, Writer &out) noexcept
 class Walk {
 public:
     Walk(const DX_PROFILELIST *h, U32 pos) noexcept
-        : base_(reinterpret_cast<const char *>(h)), end_(h->size + 4u), pos_(pos < 4 ? 4 : pos)
+        : base_(bytes(h)), end_(blockSize(h) + 4u), pos_(pos < 4 ? 4 : pos)
     {
     }
     // The next line, or nullptr at the end; position() is then past it.
@@ -150,16 +158,17 @@ RQ_API U32 DX_ProfileListOpen(DX_PROFILELIST **handleOut, const char *path) noex
         return PROFIL_ERR_SIZE;
     if (SIS_CrtLSeek(fd.get(), 0, SEEK_SET) != 0)
         return PROFIL_ERR_SEEK;
-    auto *block = static_cast<DX_PROFILELIST *>(RQ_CALLOC(1, static_cast<size_t>(size) + 4));
+    auto *block = static_cast<char *>(RQ_CALLOC(1, static_cast<size_t>(size) + 4));
     if (block == nullptr)
         return PROFIL_ERR_NO_MEMORY;
-    block->size = static_cast<U32>(size);
-    Writer out(block->lines, block->size);
+    U32 fileSize = static_cast<U32>(size);
+    std::memcpy(block, &fileSize, sizeof fileSize);
+    Writer out(block + 4, fileSize);
     LineReader reader(fd.get(), kPieceMax);
     char piece[kLineBuffer];
     while (!out.full() && reader.next(piece))
         keepLine(piece, reader, out);
-    *handleOut = block;
+    *handleOut = reinterpret_cast<DX_PROFILELIST *>(block);
     return 0;
 }
 
