@@ -49,6 +49,8 @@ public:
         gFile = file;
         EXPECT_EQ(EnableLogging(provider), 0u);
     }
+    // Uses the file already set (threads must not assign it concurrently).
+    Session() { EXPECT_EQ(EnableLogging(provider), 0u); }
     ~Session() { DisableLogging(); }
 };
 
@@ -345,13 +347,10 @@ TEST_F(Errlog, ThreadsAndProcessesWriteWholeRecords)
         for (int i = 0; i < kEach; ++i)
             WriteErrLog(300, 0x99, (tag + "-" + std::to_string(i) + std::string(200 + i, '.')).c_str());
     };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            Session s(log);  // each thread enables its own state
-            writeMany("T" + std::to_string(t));
-        });
+    // The processes are forked before any thread starts (a child of a
+    // threaded parent could inherit a held allocator lock); all then run at once.
     std::vector<pid_t> children;
+    std::vector<std::thread> threads;
     {
         Session s(log);
         for (int p = 0; p < kProcesses; ++p) {
@@ -362,14 +361,19 @@ TEST_F(Errlog, ThreadsAndProcessesWriteWholeRecords)
             }
             children.push_back(pid);
         }
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([&, t] {
+                Session mine;  // each thread enables its own state
+                writeMany("T" + std::to_string(t));
+            });
+        for (auto &t : threads)
+            t.join();
         for (pid_t pid : children) {
             int status = 0;
             waitpid(pid, &status, 0);
             EXPECT_EQ(status, 0);
         }
     }
-    for (auto &t : threads)
-        t.join();
     std::map<std::string, int> seen;
     std::regex shape("^-{79}\nDATE = [^\n]+\nPID = [0-9]+; TID = [0-9]+\nERROR CODE    -> 0x99\n([TP][0-9]-[0-9]+)\\.+\n$");
     for (const auto &r : records(rqtest::readFile(log))) {

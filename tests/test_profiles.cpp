@@ -535,6 +535,36 @@ TEST_F(ProfileFile, SectionList)
     EXPECT_EQ(DX_ProfileConstraintNumeric("1a"), 0);
 }
 
+TEST_F(ProfileFile, DuplicatesFoundInLargeFiles)
+{
+    // Enough names to grow the duplicate index several times.
+    ASSERT_EQ(DX_ErrLogInitializeTLS(), 0u);
+    rqtest::LeakCheck leaks;
+    std::string text;
+    for (int i = 0; i < 300; ++i)
+        text += "[s" + std::to_string(i) + "]\nk=" + std::to_string(i) + "\n";
+    writeFile(path, text);
+    HLIST list = 0;
+    ASSERT_EQ(DX_GetProfileSectionList(path.c_str(), &list, nullptr), 0u);
+    U32 n = 0;
+    DX_ListGetElemNum(list, &n);
+    EXPECT_EQ(n, 300u);
+    DX_ProfileSectionListDestroy(&list);
+    writeFile(path, text + "[s299]\n");
+    EXPECT_EQ(DX_GetProfileSectionList(path.c_str(), &list, nullptr), 0x1520Fu);
+    EXPECT_EQ(DX_GetProfileSections(path.c_str(), &list), 0x1520Fu);
+    text = "[big]\n";
+    for (int i = 0; i < 300; ++i)
+        text += "key" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+    writeFile(path, text + "key150=again\n");
+    EXPECT_EQ(DX_GetProfileSection(path.c_str(), "big", &list), 0x15210u);
+    writeFile(path, text);
+    ASSERT_EQ(DX_GetProfileSection(path.c_str(), "big", &list), 0u);
+    DX_ListGetElemNum(list, &n);
+    EXPECT_EQ(n, 300u);
+    DX_ListDestroy(&list);
+}
+
 // ---- the in-memory profile ----
 
 TEST_F(ProfileFile, InMemoryProfile)
@@ -595,7 +625,7 @@ TEST_F(ProfileFile, AllocationFailureSweeps)
     writeFile(path, "[A]\na=1\nb={x,y}\n[B]\nc=3\n[C]\n");
     auto listCodes = [](U32 status) {
         EXPECT_TRUE(status == 0x15041 || status == 0x15002 || status == 0x15019 || status == 0x1500A ||
-                    status == 0x1500B || status == 0x15003 || status == 0x15018)
+                    status == 0x1500B || status == 0x15003 || status == 0x15018 || status == 0x15218)
             << std::hex << status;
     };
     rqtest::allocationSweep(

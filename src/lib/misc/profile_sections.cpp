@@ -36,6 +36,92 @@ bool numericName(const char *name) noexcept
     return true;
 }
 
+// Remembers the names put into a unique list so that a duplicate is found by
+// hashing rather than by the list's linear search (which made large files
+// quadratic); the list then takes each element without searching again.
+class NameSet {
+public:
+    explicit NameSet(U32 width) noexcept : width_(width) {}
+    ~NameSet()
+    {
+        if (names_ != nullptr)
+            RQ_FREE(names_);
+        if (slots_ != nullptr)
+            RQ_FREE(slots_);
+    }
+    NameSet(const NameSet &) = delete;
+    NameSet &operator=(const NameSet &) = delete;
+
+    void clear() noexcept
+    {
+        count_ = 0;
+        if (slots_ != nullptr)
+            std::memset(slots_, 0, slotCount_ * sizeof *slots_);
+    }
+
+    // name holds width bytes, zero-padded.  0 when added, DX_LIST_ERR_DUPLICATE
+    // when already present, PROFIL_ERR_NO_MEMORY.
+    U32 insert(const char *name) noexcept
+    {
+        if ((count_ + 1) * 2 > slotCount_ && !rehash(slotCount_ == 0 ? 64 : slotCount_ * 2))
+            return PROFIL_ERR_NO_MEMORY;
+        if (count_ == nameCount_) {
+            U32 more = nameCount_ == 0 ? 16 : nameCount_ * 2;
+            void *grown = RQ_REALLOC(names_, static_cast<size_t>(more) * width_);
+            if (grown == nullptr)
+                return PROFIL_ERR_NO_MEMORY;
+            names_ = static_cast<char *>(grown);
+            nameCount_ = more;
+        }
+        U32 mask = slotCount_ - 1;
+        for (U32 i = hash(name) & mask;; i = (i + 1) & mask) {
+            if (slots_[i] == 0) {
+                std::memcpy(names_ + static_cast<size_t>(count_) * width_, name, width_);
+                slots_[i] = ++count_;
+                return 0;
+            }
+            if (std::memcmp(at(slots_[i] - 1), name, width_) == 0)
+                return DX_LIST_ERR_DUPLICATE;
+        }
+    }
+
+private:
+    const char *at(U32 index) const noexcept { return names_ + static_cast<size_t>(index) * width_; }
+
+    U32 hash(const char *name) const noexcept
+    {
+        U32 h = 2166136261u;  // FNV-1a
+        for (U32 i = 0; i < width_ && name[i] != '\0'; ++i)
+            h = (h ^ static_cast<unsigned char>(name[i])) * 16777619u;
+        return h;
+    }
+
+    bool rehash(U32 slots) noexcept
+    {
+        auto *fresh = static_cast<U32 *>(RQ_CALLOC(slots, sizeof(U32)));
+        if (fresh == nullptr)
+            return false;
+        for (U32 n = 0; n < count_; ++n) {
+            U32 i = hash(at(n)) & (slots - 1);
+            while (fresh[i] != 0)
+                i = (i + 1) & (slots - 1);
+            fresh[i] = n + 1;
+        }
+        if (slots_ != nullptr)
+            RQ_FREE(slots_);
+        slots_ = fresh;
+        slotCount_ = slots;
+        return true;
+    }
+
+    U32 width_;
+    char *names_ = nullptr;
+    U32 count_ = 0;
+    U32 nameCount_ = 0;
+    U32 *slots_ = nullptr;
+    U32 slotCount_ = 0;
+};
+
 // Turns the list's duplicate refusal into the profile's code, and logs it.
 U32 duplicateAs(U32 rc, U32 code) noexcept
 {
@@ -47,7 +133,7 @@ U32 duplicateAs(U32 rc, U32 code) noexcept
 
 // Adds the keyword on a significant line to keywords; reads continuation
 // lines of a brace block from reader.
-U32 addKeyword(HLIST keywords, const char *line, LineReader &reader) noexcept
+U32 addKeyword(HLIST keywords, NameSet &seen, const char *line, LineReader &reader) noexcept
 {
     const char *p = line + std::strspn(line, " =\t\n\r\b");
     const char *eq = std::strchr(p, '=');
@@ -60,15 +146,18 @@ U32 addKeyword(HLIST keywords, const char *line, LineReader &reader) noexcept
     std::memcpy(key, p, n);
     char value[PROFIL_VALUE_SIZE];
     U32 rc = parseValue(eq + 1, &reader, value, sizeof value);
-    if (rc != 0)
-        return rc;
-    return duplicateAs(DX_ListAddLast(keywords, key, value), PROFIL_ERR_DUP_KEY);
+    if (rc == 0)
+        rc = seen.insert(key);
+    if (rc == 0)
+        rc = DX_ListAlwaysAddLast(keywords, key, value);  // file order; uniqueness checked above
+    return duplicateAs(rc, PROFIL_ERR_DUP_KEY);
 }
 
 // Reads keyword lines into a new list up to the next header (left in line,
 // with *atHeader set) or the end of the file.
-U32 readKeywords(LineReader &reader, char *line, bool *atHeader, HLIST *out) noexcept
+U32 readKeywords(LineReader &reader, NameSet &seen, char *line, bool *atHeader, HLIST *out) noexcept
 {
+    seen.clear();
     HLIST keywords = 0;
     U32 rc = DX_ListCreate(&keywords, PROFIL_KEY_NAME_SIZE, PROFIL_VALUE_SIZE, kKeywordsFlags, nullptr, nullptr);
     if (rc != 0)
@@ -82,7 +171,7 @@ U32 readKeywords(LineReader &reader, char *line, bool *atHeader, HLIST *out) noe
         }
         if (!significant(line))
             continue;
-        rc = addKeyword(keywords, line, reader);
+        rc = addKeyword(keywords, seen, line, reader);
         if (rc != 0)
             return rc;
     }
@@ -104,6 +193,7 @@ U32 sectionNames(const char *path, HLIST *listOut, bool numericOnly) noexcept
         return rc;
     rq::ScopeExit destroy([&list] { DX_ListDestroy(&list); });
     LineReader reader(fd.get());
+    NameSet seen(PROFIL_SECTION_NAME_SIZE);
     char line[kLineBuffer];
     char name[PROFIL_SECTION_NAME_SIZE];
     while (reader.next(line)) {
@@ -112,8 +202,12 @@ U32 sectionNames(const char *path, HLIST *listOut, bool numericOnly) noexcept
         sectionName(line, name);
         if (numericOnly && !numericName(name))
             continue;
-        // DX_ListAddTo: the list's own insertion rule decides the order.
-        rc = duplicateAs(DX_ListAddTo(list, name, nullptr), PROFIL_ERR_DUP_SECTION);
+        // As DX_ListAddTo on this unsorted unique list: refused if present,
+        // else put at the front; callers get the newest section first.
+        rc = seen.insert(name);
+        if (rc == 0)
+            rc = DX_ListAddFirst(list, name, nullptr);
+        rc = duplicateAs(rc, PROFIL_ERR_DUP_SECTION);
         if (rc != 0)
             return rc;
     }
@@ -160,7 +254,8 @@ RQ_API U32 DX_GetProfileSection(const char *path, const char *section, HLIST *li
         return PROFIL_ERR_NO_SECTION;
     HLIST keywords = 0;
     bool atHeader = false;
-    U32 rc = readKeywords(reader, line, &atHeader, &keywords);
+    NameSet seen(PROFIL_KEY_NAME_SIZE);
+    U32 rc = readKeywords(reader, seen, line, &atHeader, &keywords);
     if (rc != 0)
         return rc;
     if (listOut != nullptr)
@@ -205,6 +300,8 @@ RQ_API U32 DX_GetProfileSectionList(const char *path, HLIST *listOut, PROFIL_CON
             return PROFIL_ERR_SYNTAX;
     }
     char name[PROFIL_SECTION_NAME_SIZE];
+    NameSet sectionsSeen(PROFIL_SECTION_NAME_SIZE);
+    NameSet keysSeen(PROFIL_KEY_NAME_SIZE);
     while (atHeader) {
         sectionName(line, name);
         if (constraint != nullptr && constraint(name) == 0) {
@@ -215,11 +312,13 @@ RQ_API U32 DX_GetProfileSectionList(const char *path, HLIST *listOut, PROFIL_CON
             continue;
         }
         HLIST keywords = 0;
-        rc = readKeywords(reader, line, &atHeader, &keywords);
+        rc = readKeywords(reader, keysSeen, line, &atHeader, &keywords);
         if (rc != 0)
             return rc;
         // Sections are kept in file order.
-        rc = DX_ListAddLast(sections, name, &keywords);
+        rc = sectionsSeen.insert(name);
+        if (rc == 0)
+            rc = DX_ListAlwaysAddLast(sections, name, &keywords);
         if (rc != 0) {
             DX_ListDestroy(&keywords);
             return duplicateAs(rc, PROFIL_ERR_DUP_SECTION);
