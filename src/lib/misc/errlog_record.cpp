@@ -244,7 +244,8 @@ void head(Out &out, const DX_LOGSTATE *st, const Targets *t) noexcept
         time_t now = time(nullptr);
         char text[64];
         out.copystring("DATE = ");
-        out.copystring(SIS_CrtCTime(&now, text, sizeof text));  // ends with a newline
+        const char *date = SIS_CrtCTime(&now, text, sizeof text);
+        out.copystring(date != nullptr ? date : "?\n");  // ctime's text ends with a newline
     }
     idLine(out, "PID = ", SIS_ProcessRealIdGet);
     idLine(out, "; TID = ", SIS_ThreadIdGet);
