@@ -166,11 +166,10 @@ BENCHMARK(BM_DX_GetProfileSectionList)->Arg(10)->Arg(1000)->Arg(10000);
 BENCHMARK(BM_GKeyFile_AllSections)->Arg(10)->Arg(1000)->Arg(10000);
 BENCHMARK(BM_WriteErrLog);
 
-int main(int argc, char **argv)
-{
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    std::filesystem::remove_all(tempDir());
-    return 0;
-}
+// The generated profiles go when the program ends.
+struct RemoveTempDir {
+    RemoveTempDir() { tempDir(); }  // built first, so it outlives this object
+    ~RemoveTempDir() { std::filesystem::remove_all(tempDir()); }
+} gRemoveTempDir;
+
+BENCHMARK_MAIN();

@@ -80,9 +80,18 @@ std::string headPattern(const char *dateLabel = "DATE = ")
            "PID = " + std::to_string(getpid()) + "; TID = [0-9]+\n";
 }
 
+// Each test runs in its own directory: records that fall back to the
+// relative "console.log" land there.
 class Errlog : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(DX_ErrLogInitializeTLS(), 0u); }
+    void SetUp() override
+    {
+        ASSERT_EQ(DX_ErrLogInitializeTLS(), 0u);
+        cwd_ = std::filesystem::current_path();
+        std::filesystem::current_path(dir.path());
+    }
+    void TearDown() override { std::filesystem::current_path(cwd_); }
+    std::filesystem::path cwd_;
     rqtest::TempDir dir;
     std::string log = dir.file("app.log");
 };
@@ -105,8 +114,6 @@ TEST_F(Errlog, ErrorRecordLayout)
 
 TEST_F(Errlog, ChoosesFilesByIdLevelAndSecondaries)
 {
-    auto cwd = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());  // "console.log" is relative
     std::string f2 = dir.file("two.log"), f3 = dir.file("three.log"), f4 = dir.file("four.log");
     {
         Session s(log);
@@ -150,13 +157,10 @@ TEST_F(Errlog, ChoosesFilesByIdLevelAndSecondaries)
         std::string console = rqtest::readFile(dir.file("console.log"));
         EXPECT_NE(console.find("LIST SYSTEM ERROR\n"), std::string::npos) << "id 7 is not registered";
     }
-    std::filesystem::current_path(cwd);
 }
 
 TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
 {
-    auto cwd = std::filesystem::current_path();
-    std::filesystem::current_path(dir.path());
     std::string base = dir.path() + "/missing/";
     std::string name128 = base + std::string(128 - base.size(), 'a');
     std::string name129 = base + std::string(129 - base.size(), 'b');
@@ -168,7 +172,6 @@ TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
         errno = 0;
         WriteErrLog(300, 0x10, "m");
     }
-    std::filesystem::current_path(cwd);
     auto recs = records(rqtest::readFile(dir.file("console.log")));
     ASSERT_EQ(recs.size(), 1u);
     EXPECT_EQ(body(recs[0]), "UNABLE TO OPEN LOG FILE -> \"" + name128 +

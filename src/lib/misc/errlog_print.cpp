@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMaxWidth = DX_LOG_RECORD_SIZE;
 constexpr U32 kContextText = 512;
 
-struct Spec {
+struct Directive {
     bool left = false;
     bool zero = false;
     size_t width = 0;
@@ -27,7 +27,7 @@ void pad(Out &out, size_t n, char c) noexcept
         out.copychar(c);
 }
 
-void field(Out &out, std::string_view text, const Spec &s) noexcept
+void field(Out &out, std::string_view text, const Directive &s) noexcept
 {
     size_t fill = s.width > text.size() ? s.width - text.size() : 0;
     if (!s.left)
@@ -37,7 +37,7 @@ void field(Out &out, std::string_view text, const Spec &s) noexcept
         pad(out, fill, ' ');
 }
 
-void number(Out &out, unsigned long long v, unsigned base, bool upper, bool negative, const Spec &s) noexcept
+void number(Out &out, unsigned long long v, unsigned base, bool upper, bool negative, const Directive &s) noexcept
 {
     const char *digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     char text[24];
@@ -92,7 +92,7 @@ void format(Out &out, const char *fmt, va_list ap) noexcept
             continue;
         }
         const char *start = p++;
-        Spec s;
+        Directive s;
         for (;; ++p) {
             if (*p == '-')
                 s.left = true;

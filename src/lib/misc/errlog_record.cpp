@@ -236,10 +236,8 @@ void head(Out &out, const DX_LOGSTATE *st, const Targets *t) noexcept
         out.copychar('-');
     out.copychar('\n');
     if (st->signalDepth > 0) {
-        struct timespec now {};
-        clock_gettime(CLOCK_REALTIME, &now);
         out.copystring("DATE-UTC = ");
-        signalSafeDate(out, static_cast<int64_t>(now.tv_sec));
+        signalSafeDate(out, static_cast<int64_t>(time(nullptr)));  // time() is async-signal-safe
     } else {
         time_t now = time(nullptr);
         char text[64];

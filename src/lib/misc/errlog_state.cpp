@@ -1,4 +1,4 @@
-// The logging state: per thread in thread-specific data, or the process
+// The logging state: per thread in thread-local data, or the process
 // default; enabling and disabling, errlog ids, levels, message types,
 // callbacks, the signal-handler depth and the errno helpers.
 
