@@ -3,6 +3,7 @@
 // oddities, every destination size and every failed allocation.
 #include "rqtest.h"
 
+#include "rqcore/charmap.h"
 #include "rqcore/unicode.h"
 #include "rqsis/rqsis_test.h"
 
@@ -803,6 +804,64 @@ TEST_F(Unicode, FullyAutoConvert)
     EXPECT_EQ(UNICODE_FullyAutoConvert(1, 0, utf8, text, nullptr, &out, nullptr), 0x18390u);
     EXPECT_EQ(UNICODE_FullyAutoConvert(0, 0, utf8, "\xA9", latin1, &out, nullptr), 0x18393u)
         << "invalid input passes through unchanged";
+}
+
+TEST_F(Unicode, AutoConverterFromCharacterSetNames)
+{
+    rqtest::LeakCheck leaks;
+    rqtest::TempDir dir;
+    // Map files named as the character-set names derive them (ISO-8859-1 ->
+    // ISO88591.MAP, Shift_JIS -> SHIFTJIS.MAP, T61 -> T61.MAP).
+    writeFile(dir.file("ISO88591.MAP"), "41 0041\nE9 00E9\n");
+    writeFile(dir.file("SHIFTJIS.MAP"), "41 0041\n82+A0 3042\n");
+    writeFile(dir.file("T61.MAP"), "41 0041\n41+41+41+41+41+41+41+41+41 0042\n");
+    ASSERT_EQ(CHARMAP_setConfigDirectory(nullptr), 0u);
+    struct Case {
+        const char *name;
+        U32 status;
+        std::string probe;
+        U16String expected;
+    } cases[] = {
+        {"latin1", 0, "A\xE9\x80", u"A\xE9\xFFFD"},
+        {"csShiftJIS", 0, "A\x82\xA0", u"A\x3042"},
+        {"utf_8", 0, "\xE2\x82\xAC", u"\x20AC"},            // no map file needed
+        {"klingon", 0x18391, "", u""},
+        {"UNKNOWN", 0x18391, "", u""},                      // the set known to be unknown
+        {"latin2", 0x18342, "", u""},                       // ISO88592.MAP is missing
+        {"T61", 0x183FD, "", u""},                          // add-mapping's own failure...
+        {"ISO-2022-JP", 0x18360, "", u""},                  // registered without create
+    };
+    for (const Case &k : cases) {
+        SCOPED_TRACE(k.name);
+        UNICODE_CONVERTER *c = reinterpret_cast<UNICODE_CONVERTER *>(&c);
+        U32 rc = UNICODE_AutoConverterCreate(0, &c, dir.path().c_str(), k.name);
+        // ...is not among the statuses handed back unchanged: it becomes 0x18360.
+        EXPECT_EQ(rc, k.status == 0x183FDu ? 0x18360u : k.status);
+        if (rc != 0)
+            continue;
+        EXPECT_EQ(toUnicode(c, k.probe), k.expected);
+        EXPECT_EQ(UNICODE_AutoConverterDestroy(0, &c), 0u);
+        EXPECT_EQ(c, nullptr);
+    }
+    UNICODE_CONVERTER *c = nullptr;
+    EXPECT_EQ(UNICODE_AutoConverterCreate(1, &c, dir.path().c_str(), "latin1"), 0x18390u);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, nullptr, dir.path().c_str(), "latin1"), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, &c, nullptr, "latin1"), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, &c, dir.path().c_str(), nullptr), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, &c, (dir.path() + "/missing").c_str(), "latin1"), 0x18342u)
+        << "a missing map directory";
+    EXPECT_EQ(UNICODE_AutoConverterDestroy(0, nullptr), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterDestroy(0, &c), 0x18360u) << "destroying nothing fails";
+
+    rqtest::allocationSweep(
+        [&dir] {
+            UNICODE_CONVERTER *made = nullptr;
+            U32 rc = UNICODE_AutoConverterCreate(0, &made, dir.path().c_str(), "csShiftJIS");
+            if (rc == 0)
+                UNICODE_AutoConverterDestroy(0, &made);
+            return rc;
+        },
+        [](U32 status) { EXPECT_TRUE(status == 0x18340u || status == 0x18360u) << status; });
 }
 
 // ---- allocation failures ------------------------------------------------------------------
