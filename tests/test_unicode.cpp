@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -434,6 +435,58 @@ TEST_F(Unicode, EightBitMappingsAndDecomposition)
         }
     }
     UNICODE_DestroyConverter_8bit(state);
+}
+
+TEST_F(Unicode, EightBitAgreesWithAPlainModel)
+{
+    // A plain model of the 8-bit tables (256 characters one way, a map the
+    // other) against the converter's grouped fast paths: random tables that
+    // are near the identity, random texts at every alignment.
+    rqtest::LeakCheck leaks;
+    std::mt19937 random(99);
+    for (int round = 0; round < 40; ++round) {
+        Converter c(UNICODE_TYPE_8BIT);
+        std::vector<UNICODE_CHAR> to(256, 0xFFFD);
+        std::map<U32, unsigned char> from;
+        int changes = static_cast<int>(random() % 4);
+        for (U32 b = 1; b < 256; ++b) {
+            U32 u = b;
+            if (round % 3 != 0 && random() % 64 < static_cast<unsigned>(changes))
+                u = 0x100 + random() % 0x300;  // a few bytes mapped elsewhere
+            ASSERT_EQ(addMapping(c, {b}, {u}), 0u);
+            to[b] = static_cast<UNICODE_CHAR>(u);
+            from[u] = static_cast<unsigned char>(b);
+        }
+        if (round % 5 == 1) {  // break the identity, then restore it
+            ASSERT_EQ(addMapping(c, {0x41}, {0x42}), 0u);
+            ASSERT_EQ(addMapping(c, {0x41}, {0x41}), 0u);
+            ASSERT_EQ(addMapping(c, {0x42}, {0x42}), 0u);
+            from[0x41] = 0x41;
+            from[0x42] = 0x42;
+            to[0x41] = 0x41;
+            to[0x42] = 0x42;
+        }
+        for (int t = 0; t < 20; ++t) {
+            std::string bytes;
+            size_t length = random() % 100;
+            for (size_t i = 0; i < length; ++i)
+                bytes.push_back(static_cast<char>(random() % 3 == 0 ? 0x80 + random() % 0x80 : 0x20 + random() % 0x60));
+            std::string padded = std::string(random() % 16, 'x') + bytes;  // every alignment
+            U16String expected;
+            for (unsigned char b : padded)
+                expected.push_back(static_cast<char16_t>(to[b]));
+            ASSERT_EQ(toUnicode(c, padded), expected);
+            U16String chars;
+            for (size_t i = 0; i < length; ++i)
+                chars.push_back(static_cast<char16_t>(random() % 4 == 0 ? random() % 0x400 + 1 : 0x20 + random() % 0x60));
+            std::string back;
+            for (char16_t ch : chars) {
+                auto it = from.find(ch);
+                back.push_back(it != from.end() ? static_cast<char>(it->second) : '\x1A');
+            }
+            ASSERT_EQ(fromUnicode(c, chars), back);
+        }
+    }
 }
 
 // ---- multibyte ---------------------------------------------------------------------

@@ -72,6 +72,86 @@ U32 ensureRow(MbcsState *state, unsigned high, unsigned width) noexcept
 
 }  // namespace
 
+// Walks the trie over the source.  kMeasure: count only.  Stops at the NUL,
+// or with UNICODE_DESTINATION_FULL when `room` characters are out; an
+// unfinished sequence is left for the next call.
+template <bool kMeasure>
+U32 decode(const Node *root, const unsigned char *s, UNICODE_CHAR *destination, size_t room, const char **sourceEnd,
+           size_t *count) noexcept
+{
+    const unsigned char *resume = s;
+    unsigned char pending[kMaxBytes];
+    unsigned npending = 0;
+    size_t out = 0;
+    const Node *node = root;
+    Node *const *const rootChildren = root->children;
+    U32 rc = 0;
+    for (;;) {
+        const unsigned char b = *s;
+        if (b == 0)
+            break;
+        if (out >= room) {
+            rc = UNICODE_DESTINATION_FULL;
+            break;
+        }
+        if (npending == 0) {
+            // At the root: a single byte, or the common two-byte sequence,
+            // in one step (the same result as the general walk below).
+            const Node *child = rootChildren != nullptr ? rootChildren[b] : nullptr;
+            if (child == nullptr) {
+                if (!kMeasure)
+                    destination[out] = root->values[b];
+                ++out;
+                resume = ++s;
+                continue;
+            }
+            const unsigned char b2 = s[1];
+            if (b2 != 0 && childOf(child, b2) == nullptr && child->values[b2] != rq::unicode::kReplacement) {
+                if (!kMeasure)
+                    destination[out] = child->values[b2];
+                ++out;
+                s += 2;
+                resume = s;
+                continue;
+            }
+        }
+        ++s;
+        if (const Node *child = childOf(node, b); child != nullptr && npending < kMaxBytes) {
+            pending[npending++] = b;
+            node = child;
+            continue;
+        }
+        const UNICODE_CHAR v = node->values[b];
+        node = root;
+        if (v != rq::unicode::kReplacement || npending == 0) {
+            if (!kMeasure)
+                destination[out] = v;
+            ++out;
+            resume = s;
+            npending = 0;
+            continue;
+        }
+        // A sequence broken off: each pending byte is taken alone.
+        if (out + npending > room) {
+            rc = UNICODE_DESTINATION_FULL;
+            --s;
+            break;
+        }
+        for (unsigned i = 0; i < npending; ++i) {
+            if (!kMeasure)
+                destination[out] = root->values[pending[i]];
+            ++out;
+        }
+        npending = 0;
+        // The byte that broke the sequence is dropped: callers have always
+        // seen an invalid trail byte disappear.
+        resume = s;
+    }
+    *sourceEnd = reinterpret_cast<const char *>(npending != 0 || rc != 0 ? resume : s);
+    *count = out;
+    return rc;
+}
+
 // Frees a node depth first: its children, their table, then the node.
 // Returns the last non-zero status of a child, 1 for a null node.
 static U32 __nuke_mbcs_node(Node *node) noexcept
@@ -239,64 +319,20 @@ RQ_API U32 UNICODE_ConvertToUnicode_mbcs(void *opaque, const char *source, UNICO
         return UNICODE_ERR_NO_CONVERTER;
     if (source == nullptr || sourceEnd == nullptr || (destination != nullptr && size == nullptr))
         return UNICODE_ERR_NULL;
-    const Node *const root = state->root;
-    if (root == nullptr)
+    if (state->root == nullptr)
         return UNICODE_ERR_NO_TRIE;
-    const bool measuring = destination == nullptr;
-    // One character is kept for the terminator.
-    const size_t room = measuring ? SIZE_MAX : (*size >= 2 ? *size / 2 - 1 : 0);
     const auto *s = reinterpret_cast<const unsigned char *>(source);
-    const unsigned char *resume = s;
-    unsigned char pending[kMaxBytes];
-    unsigned npending = 0;
-    size_t out = 0;  // characters
-    const Node *node = root;
-    U32 rc = 0;
-    for (;; ++s) {
-        const unsigned char b = *s;
-        if (b == 0)
-            break;
-        if (out >= room) {
-            rc = UNICODE_DESTINATION_FULL;
-            break;
-        }
-        if (const Node *child = childOf(node, b); child != nullptr && npending < kMaxBytes) {
-            pending[npending++] = b;
-            node = child;
-            continue;
-        }
-        const UNICODE_CHAR v = node->values[b];
-        node = root;
-        if (v != rq::unicode::kReplacement || npending == 0) {
-            if (!measuring)
-                destination[out] = v;
-            ++out;
-            resume = s + 1;
-            npending = 0;
-            continue;
-        }
-        // A sequence broken off: each pending byte is taken alone.
-        if (out + npending > room) {
-            rc = UNICODE_DESTINATION_FULL;
-            break;
-        }
-        for (unsigned i = 0; i < npending; ++i) {
-            if (!measuring)
-                destination[out] = root->values[pending[i]];
-            ++out;
-        }
-        npending = 0;
-        // The byte that broke the sequence is dropped: callers have always
-        // seen an invalid trail byte disappear.
-        resume = s + 1;
+    if (destination == nullptr) {
+        size_t ignored = 0;
+        return decode<true>(state->root, s, nullptr, SIZE_MAX, sourceEnd, &ignored);
     }
-    // An unfinished sequence is left for the next call.
-    *sourceEnd = reinterpret_cast<const char *>(npending != 0 || rc != 0 ? resume : s);
-    if (!measuring) {
-        if (*size >= 2)
-            destination[out] = 0;
-        *size = static_cast<U32>(out * 2);
-    }
+    // One character is kept for the terminator.
+    const size_t room = *size >= 2 ? *size / 2 - 1 : 0;
+    size_t out = 0;
+    U32 rc = decode<false>(state->root, s, destination, room, sourceEnd, &out);
+    if (*size >= 2)
+        destination[out] = 0;
+    *size = static_cast<U32>(out * 2);
     return rc;
 }
 
@@ -328,6 +364,17 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
         }
         const unsigned width = state->widths[c >> 8];
         const unsigned char *entry = row + (c & 0xFF) * width;
+        if (width <= 2 && written + 2 <= room) {
+            // The common narrow rows: write both bytes, keep the length.
+            d[written] = entry[0];
+            unsigned n = 1;
+            if (width == 2) {
+                d[written + 1] = entry[1];
+                n += entry[1] != 0;
+            }
+            written += n;
+            continue;
+        }
         unsigned n = 1;
         while (n < width && entry[n] != 0)
             ++n;
