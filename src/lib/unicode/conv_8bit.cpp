@@ -109,7 +109,10 @@ __attribute__((no_sanitize("address"))) const UNICODE_CHAR *narrowAscii(const un
         if (_mm_movemask_epi8(_mm_cmpeq_epi16(v, zero)) != 0)
             break;
         unsigned ascii = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, highBits), zero)));
-        if (ascii != 0xFFFF) {
+        if (ascii != 0xFFFF && !decompose) {
+            for (int i = 0; i < 8; ++i)
+                d[i] = pages[s[i] >> 8][s[i] & 0xFF];
+        } else if (ascii != 0xFFFF) {
             unsigned char bytes[8];
             bool fallBack = false;
             for (int i = 0; i < 8; ++i) {

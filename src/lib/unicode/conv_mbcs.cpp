@@ -84,36 +84,45 @@ U32 decode(const Node *root, const unsigned char *s, UNICODE_CHAR *destination, 
     unsigned npending = 0;
     size_t out = 0;
     const Node *node = root;
-    Node *const *const rootChildren = root->children;
+    static Node *const kNoChildren[256] = {};
+    Node *const *const rootChildren = root->children != nullptr ? root->children : kNoChildren;
     U32 rc = 0;
     for (;;) {
+        if (npending == 0) {
+            // At the root: single bytes and two-byte sequences that end in a
+            // leaf, one step each (the same result as the general walk
+            // below).  No byte value 0 is ever mapped inside a sequence, so
+            // a NUL second byte finds U+FFFD and leaves this loop.
+            while (out < room) {
+                const unsigned char b = *s;
+                const Node *child = rootChildren[b];
+                if (child == nullptr) {
+                    if (b == 0)
+                        break;
+                    if (!kMeasure)
+                        destination[out] = root->values[b];
+                    ++out;
+                    ++s;
+                    continue;
+                }
+                if (child->children != nullptr)
+                    break;
+                const UNICODE_CHAR v = child->values[s[1]];
+                if (v == rq::unicode::kReplacement)
+                    break;
+                if (!kMeasure)
+                    destination[out] = v;
+                ++out;
+                s += 2;
+            }
+            resume = s;
+        }
         const unsigned char b = *s;
         if (b == 0)
             break;
         if (out >= room) {
             rc = UNICODE_DESTINATION_FULL;
             break;
-        }
-        if (npending == 0) {
-            // At the root: a single byte, or the common two-byte sequence,
-            // in one step (the same result as the general walk below).
-            const Node *child = rootChildren != nullptr ? rootChildren[b] : nullptr;
-            if (child == nullptr) {
-                if (!kMeasure)
-                    destination[out] = root->values[b];
-                ++out;
-                resume = ++s;
-                continue;
-            }
-            const unsigned char b2 = s[1];
-            if (b2 != 0 && childOf(child, b2) == nullptr && child->values[b2] != rq::unicode::kReplacement) {
-                if (!kMeasure)
-                    destination[out] = child->values[b2];
-                ++out;
-                s += 2;
-                resume = s;
-                continue;
-            }
         }
         ++s;
         if (const Node *child = childOf(node, b); child != nullptr && npending < kMaxBytes) {
@@ -351,6 +360,36 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
     size_t written = 0;
     const UNICODE_CHAR *s = source;
     U32 rc = 0;
+    // While the room holds the longest entry for every character of a
+    // stretch, the stretch needs no room checks.
+    for (size_t stretch = room / kMaxBytes; stretch != 0; stretch = (room - written) / kMaxBytes) {
+        for (; stretch != 0; --stretch, ++s) {
+            const UNICODE_CHAR c = *s;
+            if (c == 0)
+                goto finished;
+            const unsigned char *row = state->rows[c >> 8];
+            if (row == nullptr) {
+                d[written++] = rq::unicode::kSub;
+                continue;
+            }
+            const unsigned width = state->widths[c >> 8];
+            const unsigned char *entry = row + (c & 0xFF) * width;
+            d[written] = entry[0];
+            if (width == 1) {
+                ++written;
+                continue;
+            }
+            d[written + 1] = entry[1];
+            unsigned n = 1 + (entry[1] != 0);
+            if (width > 2 && n == 2) {
+                while (n < width && entry[n] != 0) {
+                    d[written + n] = entry[n];
+                    ++n;
+                }
+            }
+            written += n;
+        }
+    }
     for (; *s != 0; ++s) {
         const UNICODE_CHAR c = *s;
         const unsigned char *row = state->rows[c >> 8];
@@ -386,6 +425,7 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
             d[written + i] = entry[i];
         written += n;
     }
+finished:
     d[written] = 0;  // room for it was kept (size 0: nothing is ever written)
     *size = static_cast<U32>(written);
     *sourceEnd = s;
