@@ -669,6 +669,9 @@ void everySize(const std::basic_string<In> &input, const std::basic_string<Out> 
             U32 n = static_cast<U32>(size);
             const In *end = nullptr;
             U32 rc = call(at, out.data(), &n, &end);
+            const auto *bytes = reinterpret_cast<const unsigned char *>(out.data());
+            for (size_t i = size; i < out.size() * sizeof(Out); ++i)
+                ASSERT_EQ(bytes[i], 0xA5u) << "written past the destination at " << i;
             ASSERT_TRUE(rc == 0 || rc == 0x18370u) << rc;
             ASSERT_LE(n, size);
             ASSERT_EQ(n % sizeof(Out), 0u);

@@ -282,7 +282,8 @@ RQ_API U32 UNICODE_ConvertToUnicode_8bit(void *opaque, const char *source, UNICO
         }
         *d++ = table[*s++];
     }
-    *d = 0;
+    if (*size >= 2)  // the terminator needs its two bytes
+        *d = 0;
     *size = static_cast<U32>(d - destination) * 2;
     *sourceEnd = reinterpret_cast<const char *>(s);
     return rc;
@@ -342,7 +343,8 @@ RQ_API U32 UNICODE_ConvertFromUnicode_8bit(void *opaque, const UNICODE_CHAR *sou
         *d++ = b;
         ++s;
     }
-    *d = 0;
+    if (*size >= 1)
+        *d = 0;
     *size = static_cast<U32>(d - reinterpret_cast<unsigned char *>(destination));
     *sourceEnd = s;
     return rc;

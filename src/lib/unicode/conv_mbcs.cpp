@@ -426,7 +426,8 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
         written += n;
     }
 finished:
-    d[written] = 0;  // room for it was kept (size 0: nothing is ever written)
+    if (*size >= 1)
+        d[written] = 0;  // room for it was kept
     *size = static_cast<U32>(written);
     *sourceEnd = s;
     return rc;
