@@ -116,6 +116,14 @@ U32 load(UNICODE_CONVERTER *converter, const char *path, bool skipBadLines) noex
     U32 native[kMaxNumbers + 1];
     U32 unicode[kMaxNumbers + 1];
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+        // A line is read up to its first 1023 characters; the rest of a
+        // longer one (a long comment, say) is passed over, not taken as a
+        // line of its own.
+        if (std::strchr(line, '\n') == nullptr) {
+            int c;
+            while ((c = std::fgetc(file.get())) != EOF && c != '\n') {
+            }
+        }
         Line kind = parseLine(line, native, unicode);
         if (kind == Line::Ignored)
             continue;
