@@ -43,8 +43,6 @@ struct EightBitState {
     U32 fromHighBreaks;
 };
 
-extern const unsigned char kSubPage[256];
-
 }  // namespace rq::unicode
 
 #endif
