@@ -1,21 +1,19 @@
-// The error log: record layouts, file choice, the notes block, typed records
-// and their formatter, the signal-safe date, rotation, concurrent writers,
-// the control functions and their failure codes.
+// The error log: record layouts, file choice, the notes block, the formatter,
+// the signal-safe date, rotation, concurrent writers, the control functions
+// and their failure codes.
 #include "rqtest.h"
 
 #include "rqcore/lists.h"
 #include "rqcore/log.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -41,16 +39,16 @@ void provider(U32 *count, U32 **ids, U32 **logits, char ***files)
     *files = gFiles;
 }
 
-// Enables this thread's logging for the test, with id 300 to `file`.
+// Enables this thread's logging for the test, with id 300 to `file` (or to
+// the file already set: threads must not assign it concurrently).
 class Session {
 public:
-    explicit Session(const std::string &file)
+    explicit Session(const std::string *file = nullptr)
     {
-        gFile = file;
+        if (file != nullptr)
+            gFile = *file;
         EXPECT_EQ(EnableLogging(provider), 0u);
     }
-    // Uses the file already set (threads must not assign it concurrently).
-    Session() { EXPECT_EQ(EnableLogging(provider), 0u); }
     ~Session() { DisableLogging(); }
 };
 
@@ -96,67 +94,117 @@ protected:
     std::string log = dir.file("app.log");
 };
 
-TEST_F(Errlog, ErrorRecordLayout)
+const char *moduleName(U32 id) { return id == 300 ? "mailer" : "other"; }
+void context(void *user, char *buffer, U32 size) { std::snprintf(buffer, size, "CONTEXT %s", static_cast<const char *>(user)); }
+
+// Runs `write` with the standard error stream sent to `file`.
+void withStderrTo(const std::string &file, void (*write)())
 {
-    Session s(log);
-    errno = ENOENT;
-    WriteErrLog(300, 0x1C4AB, "hello");
-    EXPECT_EQ(errno, 0) << "errno is cleared after a record";
-    WriteErrLog(300, 0, nullptr);
-    auto recs = records(rqtest::readFile(log));
-    ASSERT_EQ(recs.size(), 2u);
-    EXPECT_TRUE(std::regex_match(recs[0], std::regex(headPattern() +
-                                                     "SYSTEM ERRNO  -> 2 \\(No such file or directory\\)\n"
-                                                     "ERROR CODE    -> 0x1C4AB\nhello\n")))
-        << recs[0];
-    EXPECT_EQ(body(recs[1]), "ERROR CODE    -> 0x0\nWriteErrLog: errmesg is NULL\n");
+    int saved = dup(2);
+    int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(fd, 2);
+    write();
+    dup2(saved, 2);
+    close(fd);
+    close(saved);
+}
+
+TEST_F(Errlog, RecordShapes)
+{
+    Session s(&log);
+    ASSERT_EQ(DX_LogSetErrLogIdToNameCallback(moduleName), 0u);
+    ASSERT_EQ(DX_LogSetLogInfoContextCallback(context, const_cast<char *>("info")), 0u);
+    ASSERT_EQ(DX_LogSetLogTraceContextCallback(context, const_cast<char *>("trace")), 0u);
+    ASSERT_EQ(DX_LogSetTraceLog(1, 0), 0u);
+    ASSERT_EQ(DX_LogSetActivityLog(1, 0), 0u);
+    // Line order from each record type's layout; "" = no record (state and
+    // debug records are off by default).
+    struct Case {
+        const char *what;
+        void (*write)();
+        bool toStderr;
+        std::string body;
+    } cases[] = {
+        {"error with errno", [] { errno = ENOENT, WriteErrLog(300, 0x1C4AB, "hello"); }, false,
+         "SYSTEM ERRNO  -> 2 (No such file or directory)\nERROR CODE    -> 0x1C4AB\nhello\n"},
+        {"no message", [] { WriteErrLog(300, 0, nullptr); }, false, "ERROR CODE    -> 0x0\nWriteErrLog: errmesg is NULL\n"},
+        {"info", [] { DX_LogPrintInfoLog(300, "info %d", 1); }, false, "CONTEXT info\ninfo 1\n"},
+        {"warning", [] { DX_LogPrintWarningLog("fnW", 300, 0x5A, "warn"); }, false,
+         "WARNING CODE  -> 0x5A\nFUNCTION NAME -> fnW\nwarn\n"},
+        {"error", [] { DX_LogPrintErrorLog("fnE", 300, 0x7, "err"); }, false, "ERROR CODE    -> 0x7\nFUNCTION NAME -> fnE\nerr\n"},
+        {"entering", [] { DX_LogPrintTraceLogEntering("fnT", 300, "in"); }, false,
+         "CONTEXT trace\nLOG MODULE    -> mailer\nLOG TYPE      -> TRACE\nENTERING      -> fnT\nin\n"},
+        {"exiting", [] { DX_LogPrintTraceLogExiting("fnT", 300, "out"); }, false,
+         "CONTEXT trace\nLOG MODULE    -> mailer\nLOG TYPE      -> TRACE\nEXITING       -> fnT\nout\n"},
+        {"trace", [] { DX_LogPrintTraceLog("fnT", 300, "plain"); }, false,
+         "CONTEXT trace\nLOG MODULE    -> mailer\nLOG TYPE      -> TRACE\nFUNCTION NAME -> fnT\nplain\n"},
+        {"activity", [] { DX_LogPrintActivityLog("fnA", 300, "act"); }, false,
+         "LOG MODULE    -> mailer\nLOG TYPE      -> ACTIVITY\nFUNCTION NAME -> fnA\nact\n"},
+        {"state", [] { DX_LogPrintStateLog("fnS", 300, "state is off"); }, false, ""},
+        {"debug", [] { DX_LogPrintDebugLog("fnD", 300, "debug is off"); }, false, ""},
+        {"dump", [] { DumpErrLog(300, "dump %s", "x"); }, false, "CONTEXT info\ndump x\n"},
+        {"stderr", [] { WriteStderr(0xAB, "to stderr"); }, true, "ERROR CODE    -> 0xAB\nto stderr\n"},
+        {"dump to stderr", [] { DumpStderr("dump %u", 5u); }, true, "dump 5\n"},
+    };
+    std::string err = dir.file("stderr");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove(log);
+        errno = 0;
+        c.toStderr ? withStderrTo(err, c.write) : c.write();
+        EXPECT_EQ(errno, 0) << "errno is cleared after a record";
+        auto recs = records(rqtest::readFile(c.toStderr ? err : log));
+        EXPECT_EQ(recs.size(), c.body.empty() ? 0u : 1u);
+        if (recs.size() == 1) {
+            EXPECT_TRUE(std::regex_search(recs[0], std::regex("^" + headPattern()))) << recs[0];
+            EXPECT_EQ(body(recs[0]), c.body);
+        }
+    }
+    // Callbacks outlive disabling; these point into this test.
+    DX_LogSetLogInfoContextCallback(nullptr, nullptr);
+    DX_LogSetLogTraceContextCallback(nullptr, nullptr);
+    DX_LogSetErrLogIdToNameCallback(nullptr);
 }
 
 TEST_F(Errlog, ChoosesFilesByIdLevelAndSecondaries)
 {
-    std::string f2 = dir.file("two.log"), f3 = dir.file("three.log"), f4 = dir.file("four.log");
-    {
-        Session s(log);
-        // Routing worked out from the slot rules: own file, then id 3/4 with
-        // level bit 2, then id 2 with level bit 4; console.log when none opened.
-        struct Case {
-            const char *what;
-            U32 id;
-            U32 level;
-            bool id2On;
-            std::vector<std::string> files;
-        } cases[] = {
-            {"unregistered, level 4, id 2 off", 400, 4, false, {"console.log"}},
-            {"registered", 300, 4, false, {"app.log"}},
-            {"level 4 adds id 2", 300, 4, true, {"app.log", "two.log"}},
-            {"level 6 adds id 3 and id 2", 300, 6, true, {"app.log", "three.log", "two.log"}},
-            {"above 0xFFFFFF uses id 4", 0x1000001, 2, false, {"app.log", "four.log"}},
-            {"id 3 with id 2", 3, 4, true, {"three.log", "two.log"}},
-            {"id 3, level 0", 3, 0, true, {"three.log"}},
-            {"unregistered below 256", 7, 4, true, {"console.log"}},
-        };
-        ASSERT_EQ(SetLog(3, 1, f3.c_str()), 0u);
-        ASSERT_EQ(SetLog(4, 1, f4.c_str()), 0u);
-        ASSERT_EQ(SetLog(2, 0, f2.c_str()), 0u);
-        for (const auto &c : cases) {
-            SCOPED_TRACE(c.what);
-            ASSERT_EQ(SetLogLevel(c.level), 0u);
-            ASSERT_EQ(SetLog(2, c.id2On ? 1 : 0, nullptr), 0u);
-            for (auto name : {"console.log", "app.log", "two.log", "three.log", "four.log"})
-                std::filesystem::remove(dir.file(name));
-            WriteErrLog(c.id, 1, c.what);
-            std::vector<std::string> got;
-            for (auto name : {"console.log", "app.log", "three.log", "four.log", "two.log"})
-                if (rqtest::readFile(dir.file(name)).find(c.what) != std::string::npos)
-                    got.push_back(name);
-            std::vector<std::string> want = c.files;
-            std::sort(want.begin(), want.end());
-            std::sort(got.begin(), got.end());
-            EXPECT_EQ(got, want);
-        }
-        std::string console = rqtest::readFile(dir.file("console.log"));
-        EXPECT_NE(console.find("LIST SYSTEM ERROR\n"), std::string::npos) << "id 7 is not registered";
+    Session s(&log);
+    // Routing worked out from the slot rules: own file, then id 3/4 with
+    // level bit 2, then id 2 with level bit 4; console.log when none opened.
+    struct Case {
+        const char *what;
+        U32 id, level;
+        bool id2On;
+        const char *files;  // in the order of `names`
+    } cases[] = {
+        {"unregistered, level 4, id 2 off", 400, 4, false, "console.log "},
+        {"registered", 300, 4, false, "app.log "},
+        {"level 4 adds id 2", 300, 4, true, "app.log two.log "},
+        {"level 6 adds id 3 and id 2", 300, 6, true, "app.log two.log three.log "},
+        {"above 0xFFFFFF uses id 4", 0x1000001, 2, false, "app.log four.log "},
+        {"id 3 with id 2", 3, 4, true, "two.log three.log "},
+        {"id 3, level 0", 3, 0, true, "three.log "},
+        {"unregistered below 256", 7, 4, true, "console.log "},
+    };
+    const char *names[] = {"console.log", "app.log", "two.log", "three.log", "four.log"};
+    ASSERT_EQ(SetLog(3, 1, dir.file("three.log").c_str()), 0u);
+    ASSERT_EQ(SetLog(4, 1, dir.file("four.log").c_str()), 0u);
+    ASSERT_EQ(SetLog(2, 0, dir.file("two.log").c_str()), 0u);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_EQ(SetLogLevel(c.level), 0u);
+        ASSERT_EQ(SetLog(2, c.id2On ? 1 : 0, nullptr), 0u);
+        for (auto name : names)
+            std::filesystem::remove(dir.file(name));
+        WriteErrLog(c.id, 1, c.what);
+        std::string got;
+        for (auto name : names)
+            if (rqtest::readFile(dir.file(name)).find(c.what) != std::string::npos)
+                got += std::string(name) + " ";
+        EXPECT_EQ(got, c.files);
     }
+    EXPECT_NE(rqtest::readFile(dir.file("console.log")).find("LIST SYSTEM ERROR\n"), std::string::npos)
+        << "id 7 is not registered";
 }
 
 TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
@@ -165,7 +213,7 @@ TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
     std::string name128 = base + std::string(128 - base.size(), 'a');
     std::string name129 = base + std::string(129 - base.size(), 'b');
     {
-        Session s(name128);
+        Session s(&name128);
         ASSERT_EQ(SetLog(3, 1, name129.c_str()), 0u);
         ASSERT_EQ(SetLog(2, 1, (base + "two").c_str()), 0u);
         ASSERT_EQ(SetLogLevel(6), 0u);
@@ -181,65 +229,22 @@ TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
                                  "ERROR CODE    -> 0x10\nm\n");
 }
 
-const char *moduleName(U32 id) { return id == 300 ? "mailer" : "other"; }
-void context(void *user, char *buffer, U32 size) { std::snprintf(buffer, size, "CONTEXT %s", static_cast<const char *>(user)); }
-
-TEST_F(Errlog, TypedRecords)
-{
-    Session s(log);
-    ASSERT_EQ(DX_LogSetErrLogIdToNameCallback(moduleName), 0u);
-    ASSERT_EQ(DX_LogSetLogInfoContextCallback(context, const_cast<char *>("info")), 0u);
-    ASSERT_EQ(DX_LogSetLogTraceContextCallback(context, const_cast<char *>("trace")), 0u);
-    ASSERT_EQ(DX_LogSetTraceLog(1, 0), 0u);
-    ASSERT_EQ(DX_LogSetActivityLog(1, 0), 0u);
-    errno = 0;
-    DX_LogPrintInfoLog(300, "info %d", 1);
-    DX_LogPrintWarningLog("fnW", 300, 0x5A, "warn");
-    DX_LogPrintErrorLog("fnE", 300, 0x7, "err");
-    DX_LogPrintTraceLogEntering("fnT", 300, "in");
-    DX_LogPrintTraceLogExiting("fnT", 300, "out");
-    DX_LogPrintTraceLog("fnT", 300, "plain");
-    DX_LogPrintActivityLog("fnA", 300, "act");
-    DX_LogPrintStateLog("fnS", 300, "state is off");  // filtered: default 0
-    DX_LogPrintDebugLog("fnD", 300, "debug is off");
-    DumpErrLog(300, "dump %s", "x");
-    // Callbacks outlive disabling; these point into this test.
-    DX_LogSetLogInfoContextCallback(nullptr, nullptr);
-    DX_LogSetLogTraceContextCallback(nullptr, nullptr);
-    DX_LogSetErrLogIdToNameCallback(nullptr);
-    auto recs = records(rqtest::readFile(log));
-    // Line order from the typed record's layout.
-    std::vector<std::string> want = {
-        "CONTEXT info\ninfo 1\n",
-        "WARNING CODE  -> 0x5A\nFUNCTION NAME -> fnW\nwarn\n",
-        "ERROR CODE    -> 0x7\nFUNCTION NAME -> fnE\nerr\n",
-        "CONTEXT trace\nLOG MODULE    -> mailer\nLOG TYPE      -> TRACE\nENTERING      -> fnT\nin\n",
-        "CONTEXT trace\nLOG MODULE    -> mailer\nLOG TYPE      -> TRACE\nEXITING       -> fnT\nout\n",
-        "CONTEXT trace\nLOG MODULE    -> mailer\nLOG TYPE      -> TRACE\nFUNCTION NAME -> fnT\nplain\n",
-        "LOG MODULE    -> mailer\nLOG TYPE      -> ACTIVITY\nFUNCTION NAME -> fnA\nact\n",
-        "CONTEXT info\ndump x\n",
-    };
-    ASSERT_EQ(recs.size(), want.size());
-    for (size_t i = 0; i < want.size(); ++i)
-        EXPECT_EQ(body(recs[i]), want[i]);
-}
-
+// The message part of one record composed by the formatter.
 std::string formatted(const char *fmt, ...)
 {
-    rqtest::TempDir dir;
-    std::string file = dir.file("f.log");
-    Session s(file);
+    std::filesystem::remove(gFile);
+    errno = 0;
     va_list ap;
     va_start(ap, fmt);
-    errno = 0;
     DX_LogVargPrintLog(nullptr, 300, 4, 0, 0, 0, fmt, ap);
     va_end(ap);
-    std::string b = body(rqtest::readFile(file));
+    std::string b = body(rqtest::readFile(gFile));
     return b.empty() ? b : b.substr(0, b.size() - 1);
 }
 
 TEST_F(Errlog, FormatterDirectives)
 {
+    Session s(&log);
     // Expected texts are what printf gives for the same directives, except
     // for %H, whose layout is the library's own.
     EXPECT_EQ(formatted("%d|%5d|%-5d|%05d|%i", -42, 42, 42, -42, 7), "-42|   42|42   |-0042|7");
@@ -255,8 +260,7 @@ TEST_F(Errlog, FormatterDirectives)
     EXPECT_EQ(formatted("%H", bytes, 20u),
               "00000000 00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF\n"
               "00000010 10 21 32 43" + std::string(12 * 3, ' ') + "\n");
-    std::string huge = formatted("%4000s%4000s", "a", "b");
-    EXPECT_LT(huge.size(), DX_LOG_RECORD_SIZE) << "an over-long record is cut";
+    EXPECT_LT(formatted("%4000s%4000s", "a", "b").size(), DX_LOG_RECORD_SIZE) << "an over-long record is cut";
 }
 
 TEST_F(Errlog, SignalSafeDateAgreesWithTheCalendar)
@@ -280,21 +284,6 @@ TEST_F(Errlog, SignalSafeDateAgreesWithTheCalendar)
     EXPECT_STREQ(DxLogSignalAsyncSafeGetTime(0, small, sizeof small), "Thu Jan");
 }
 
-TEST_F(Errlog, SignalHandlerDepth)
-{
-    EXPECT_EQ(DX_LogLeaveSignalHandler(), 0x10109u);
-    Session s(log);
-    EXPECT_EQ(DX_LogEnterSignalHandler(), 0u);
-    WriteErrLog(300, 1, "in handler");
-    EXPECT_EQ(DX_LogLeaveSignalHandler(), 0u);
-    EXPECT_EQ(DX_LogLeaveSignalHandler(), 0x10109u);
-    WriteErrLog(300, 1, "outside");
-    auto recs = records(rqtest::readFile(log));
-    ASSERT_EQ(recs.size(), 2u);
-    EXPECT_TRUE(std::regex_search(recs[0], std::regex("^" + headPattern("DATE-UTC = ")))) << recs[0];
-    EXPECT_TRUE(std::regex_search(recs[1], std::regex("^" + headPattern()))) << recs[1];
-}
-
 std::atomic<int> gSignals{0};
 void onSignal(int)
 {
@@ -308,7 +297,8 @@ void onSignal(int)
 
 TEST_F(Errlog, RecordFromASignalHandlerWhileWriting)
 {
-    Session s(log);
+    EXPECT_EQ(DX_LogLeaveSignalHandler(), 0x10109u) << "leaving a handler never entered";
+    Session s(&log);
     struct sigaction sa {}, old {};
     sa.sa_handler = onSignal;
     sigaction(SIGUSR1, &sa, &old);
@@ -329,6 +319,8 @@ TEST_F(Errlog, RecordFromASignalHandlerWhileWriting)
     }
     killer.join();
     sigaction(SIGUSR1, &old, nullptr);
+    EXPECT_EQ(DX_LogLeaveSignalHandler(), 0x10109u) << "every leave matched its enter";
+    // Inside the handler the date is the signal-safe UTC one; outside it is back to normal.
     auto recs = records(rqtest::readFile(log));
     ASSERT_EQ(static_cast<int>(recs.size()), written + gSignals.load());
     std::regex handler("^" + headPattern("DATE-UTC = ") + "ERROR CODE    -> 0x51\nfrom the signal handler\n$");
@@ -346,7 +338,7 @@ TEST_F(Errlog, RecordFromASignalHandlerWhileWriting)
 TEST_F(Errlog, ThreadsAndProcessesWriteWholeRecords)
 {
     constexpr int kThreads = 4, kProcesses = 3, kEach = 150;
-    auto writeMany = [this](const std::string &tag) {
+    auto writeMany = [](const std::string &tag) {
         for (int i = 0; i < kEach; ++i)
             WriteErrLog(300, 0x99, (tag + "-" + std::to_string(i) + std::string(200 + i, '.')).c_str());
     };
@@ -355,7 +347,7 @@ TEST_F(Errlog, ThreadsAndProcessesWriteWholeRecords)
     std::vector<pid_t> children;
     std::vector<std::thread> threads;
     {
-        Session s(log);
+        Session s(&log);
         for (int p = 0; p < kProcesses; ++p) {
             pid_t pid = fork();
             if (pid == 0) {
@@ -391,12 +383,11 @@ TEST_F(Errlog, ThreadsAndProcessesWriteWholeRecords)
 
 TEST_F(Errlog, RotatesAtTwoBillionBytes)
 {
-    Session s(log);
+    Session s(&log);
     WriteErrLog(300, 1, "fits");
     ASSERT_EQ(truncate(log.c_str(), DX_LOG_OVERFLOW_SIZE - 1), 0);
     WriteErrLog(300, 2, "one byte short");
-    auto size = std::filesystem::file_size(log);
-    EXPECT_GT(size, DX_LOG_OVERFLOW_SIZE - 1) << "not rotated";
+    EXPECT_GT(std::filesystem::file_size(log), DX_LOG_OVERFLOW_SIZE - 1) << "not rotated";
     ASSERT_EQ(truncate(log.c_str(), DX_LOG_OVERFLOW_SIZE), 0);
     WriteErrLog(300, 3, "after rotation");
     auto recs = records(rqtest::readFile(log));
@@ -414,7 +405,7 @@ TEST_F(Errlog, RotatesAtTwoBillionBytes)
 TEST_F(Errlog, MessageTypesOverridesAndSwitches)
 {
     rqtest::LeakCheck leaks;
-    Session s(log);
+    Session s(&log);
     HLIST overrides = 0;
     ASSERT_EQ(DX_ListCreate(&overrides, 4, 4, 0, nullptr, nullptr), 0u);
     U32 pairs[][2] = {{300, 1}, {301, 0}, {300, 0}};
@@ -436,80 +427,64 @@ int dropAll(U32 code, const char *) { return code == 0x77; }
 
 TEST_F(Errlog, Suppression)
 {
-    Session s(log);
+    Session s(&log);
     ASSERT_EQ(FilterWriteErrLog(1), 0u);
     ASSERT_EQ(WriteErrLogFilterIt(dropAll), 0u);
+    // The suppressed pairs of code and errno, the one suppressed message, and
+    // the caller's filter (drops 0x77).
     struct Case {
         U32 code;
         int err;
         const char *message;
         bool dropped;
     } cases[] = {
-        {0x11403, EPIPE, "a", true},
-        {0x11906, EPIPE, "b", true},
-        {0x11403, EIO, "c", false},
-        {0x11905, ECONNRESET, "d", true},
-        {0x11402, ETIMEDOUT, "e", true},
-        {0x11910, 0, "GetTrRequest: ReadTrHeader", true},
-        {0x11910, 0, "GetTrRequest: ReadTrHeader.", false},
-        {0x77, 0, "f", true},
+        {0x11403, EPIPE, "a", true},      {0x11906, EPIPE, "b", true},     {0x11403, EIO, "c", false},
+        {0x11905, ECONNRESET, "d", true}, {0x11402, ETIMEDOUT, "e", true}, {0x77, 0, "f", true},
+        {0x11910, 0, "GetTrRequest: ReadTrHeader", true},  {0x11910, 0, "GetTrRequest: ReadTrHeader.", false},
     };
-    std::string expected;
     for (const auto &c : cases) {
         errno = c.err;
         WriteErrLog(300, c.code, c.message);
-        if (!c.dropped)
-            expected += std::string(c.message) + "|";
     }
     ASSERT_EQ(FilterWriteErrLog(0), 0u);
     errno = EPIPE;
     WriteErrLog(300, 0x11403, "g");
-    expected += "g|";
-    std::string got;
-    for (const auto &r : records(rqtest::readFile(log))) {
-        size_t start = r.rfind('\n', r.size() - 2) + 1;
-        got += r.substr(start, r.size() - 1 - start) + "|";
-    }
-    EXPECT_EQ(got, expected);
+    std::string text = rqtest::readFile(log);
+    for (const auto &c : cases)
+        EXPECT_EQ(text.find("\n" + std::string(c.message) + "\n") == std::string::npos, c.dropped) << c.message;
+    EXPECT_NE(text.find("\ng\n"), std::string::npos) << "suppression is off again";
 }
 
 TEST_F(Errlog, ControlFailuresAndTheirTexts)
 {
-    // Not enabled: every set-up call is refused.
-    EXPECT_EQ(DisableLogging(), 0x10101u);
-    EXPECT_EQ(SetLogLevel(1), 0x10101u);
-    EXPECT_EQ(SetLog(300, 1, "x"), 0x10101u);
-    EXPECT_EQ(AddLog(300), 0x10101u);
-    EXPECT_EQ(DX_LogSetTraceLog(1, 0), 0x10101u);
-    EXPECT_EQ(DX_LogSetLogDebugContextCallback(context, nullptr), 0x10101u);
+    // Not enabled: every set-up call is refused, the queries answer "off".
+    EXPECT_EQ((std::vector<U32>{DisableLogging(), SetLogLevel(1), SetLog(300, 1, "x"), AddLog(300),
+                                DX_LogSetTraceLog(1, 0), DX_LogSetLogDebugContextCallback(context, nullptr)}),
+              std::vector<U32>(6, 0x10101u));
     EXPECT_EQ(DX_LogIsTraceLogEnabled(300), 0u);
     EXPECT_EQ(DX_LogGetLoggingState(), 1u);
 
+    // Providers that enabling refuses, leaving the state as it was.
     struct Bad {
-        U32 id, logit;
-        const char *file;
+        std::vector<U32> ids, logits;
+        std::vector<const char *> files;
         U32 status;
-    } bad[] = {{255, 1, "f", 0x10103}, {300, 2, "f", 0x10107}, {300, 1, nullptr, 0x10106}};
-    for (const auto &b : bad) {
-        static U32 id, logit;
-        static char *file;
-        id = b.id, logit = b.logit, file = const_cast<char *>(b.file);
+    } bad[] = {{{255}, {1}, {"f"}, 0x10103}, {{300}, {2}, {"f"}, 0x10107}, {{300}, {1}, {nullptr}, 0x10106},
+               {{300, 300}, {1, 1}, {"a", "b"}, 0x10104}};
+    static Bad *current;
+    for (auto &b : bad) {
+        current = &b;
         EXPECT_EQ(EnableLogging([](U32 *count, U32 **ids, U32 **logits, char ***files) {
-                      *count = 1, *ids = &id, *logits = &logit, *files = &file;
+                      *count = static_cast<U32>(current->ids.size()), *ids = current->ids.data();
+                      *logits = current->logits.data(), *files = const_cast<char **>(current->files.data());
                   }),
                   b.status);
-        EXPECT_EQ(DX_LogGetLoggingState(), 1u) << "the state stays as it was";
+        EXPECT_EQ(DX_LogGetLoggingState(), 1u);
     }
-    EXPECT_EQ(EnableLogging([](U32 *count, U32 **ids, U32 **logits, char ***files) {
-                  static U32 idv[] = {300, 300}, lv[] = {1, 1};
-                  static char *fv[] = {const_cast<char *>("a"), const_cast<char *>("b")};
-                  *count = 2, *ids = idv, *logits = lv, *files = fv;
-              }),
-              0x10104u);
 
     std::string f2 = dir.file("control.log");
     {
-        Session s(log);
+        Session s(&log);
         EXPECT_EQ(DX_LogGetLoggingState(), 2u);
         ASSERT_EQ(SetLog(2, 1, f2.c_str()), 0u);  // id 256's records reach id 2 at level 4
         EXPECT_EQ(EnableLogging(nullptr), 0x10102u);
@@ -524,47 +499,24 @@ TEST_F(Errlog, ControlFailuresAndTheirTexts)
                           "ERROR CODE    -> 0x10103\nSetLog: unknown errlogid\n",
                           "ERROR CODE    -> 0x10108\nDX_LogIsMsgTypeLogEnabled: invalid MsgType\n"})
         EXPECT_NE(text.find(m), std::string::npos) << m << "\nin:\n" << text;
-    EXPECT_STREQ(dx_errnogetstr(ENOENT), "No such file or directory");
     EXPECT_STREQ(dx_errnogetstr(99999), "Unknown error");
-    dx_errnoset(EINTR);
-    EXPECT_EQ(dx_errnoget(), EINTR);
     EXPECT_STREQ(errlog_DxVersionGet(), "A.01.02");
-}
-
-TEST_F(Errlog, WriteStderrWritesWhateverTheState)
-{
-    std::string capture = dir.file("stderr");
-    int saved = dup(2);
-    int fd = open(capture.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(fd, 2);
-    errno = 0;
-    WriteStderr(0xAB, "to stderr");
-    DumpStderr("dump %u", 5u);
-    dup2(saved, 2);
-    close(fd);
-    close(saved);
-    auto recs = records(rqtest::readFile(capture));
-    ASSERT_EQ(recs.size(), 2u);
-    EXPECT_EQ(body(recs[0]), "ERROR CODE    -> 0xAB\nto stderr\n");
-    EXPECT_EQ(body(recs[1]), "dump 5\n");
 }
 
 TEST_F(Errlog, AllocationFailureSweepOfEnabling)
 {
     gFile = log;
+    HLIST overrides = 0;
+    U32 id = 300, on = 1;
+    ASSERT_EQ(DX_ListCreate(&overrides, 4, 4, 0, nullptr, nullptr), 0u);
+    ASSERT_EQ(DX_ListAddLast(overrides, &id, &on), 0u);
     rqtest::allocationSweep(
-        [] {
+        [overrides] {
             U32 rc = EnableLogging(provider);
-            HLIST ov = 0;
-            U32 id = 300, on = 1;
-            if (rc == 0 && (rc = DX_ListCreate(&ov, 4, 4, 0, nullptr, nullptr)) == 0) {
-                rc = DX_ListAddLast(ov, &id, &on);
-                if (rc == 0)
-                    rc = DX_LogSetTraceLog(1, ov);
-                if (rc == 0)
-                    rc = SetLog(300, 1, "other.log");
-                DX_ListDestroy(&ov);
-            }
+            if (rc == 0)
+                rc = DX_LogSetTraceLog(1, overrides);
+            if (rc == 0)
+                rc = SetLog(300, 1, "other.log");
             DisableLogging();
             return rc;
         },
@@ -573,6 +525,7 @@ TEST_F(Errlog, AllocationFailureSweepOfEnabling)
                         status == 0x15019)
                 << std::hex << status;
         });
+    DX_ListDestroy(&overrides);
     EXPECT_EQ(DX_LogGetLoggingState(), 1u);
 }
 
