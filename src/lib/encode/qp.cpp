@@ -64,40 +64,78 @@ inline bool isBlank(unsigned char c) noexcept
     return c == ' ' || c == '\t';
 }
 
+// The end of the run of literal bytes that starts at i.  The two tables of
+// ENCODE_toQP are classified 16 bytes at a time.
+U32 literalRun(const unsigned char *in, U32 i, U32 length, const char *table) noexcept
+{
+#if defined(__SSE2__)
+    bool crlf = table == kCrLfTable.data();
+    if (crlf || table == kDefaultTable.data()) {
+        const __m128i low = _mm_set1_epi8(0x1F);
+        const __m128i high = _mm_set1_epi8(0x7F);
+        const __m128i eq = _mm_set1_epi8('=');
+        const __m128i tab = _mm_set1_epi8('\t');
+        const __m128i cr = _mm_set1_epi8(crlf ? '\r' : '\t');
+        const __m128i lf = _mm_set1_epi8(crlf ? '\n' : '\t');
+        while (length - i >= 16) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
+            // Printable (signed: bytes from 0x80 are negative), not '=', or TAB/CR/LF.
+            __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high));
+            __m128i literal = _mm_andnot_si128(_mm_cmpeq_epi8(v, eq), printable);
+            literal = _mm_or_si128(literal, _mm_or_si128(_mm_cmpeq_epi8(v, tab),
+                                                         _mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf))));
+            unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(literal)) ^ 0xFFFFu;
+            if (mask != 0)
+                return i + static_cast<U32>(__builtin_ctz(mask));
+            i += 16;
+        }
+    }
+#endif
+    while (i < length && table[in[i]] == 'x')
+        ++i;
+    return i;
+}
+
 // The size estimate of ENCODE_toQP: 76-column lines with a 2-byte break.
+// An escape that passes column 75 moves to a new line and is counted again
+// there; a literal blank or TAB that reaches column 76 is counted again on
+// the new line; a final literal blank or TAB adds 1.  Runs of literal bytes
+// are counted a line at a time.
 U32 requiredSize(const unsigned char *in, U32 length, const char *table) noexcept
 {
     uint64_t size = 3;
     U32 column = 0;
-    for (U32 i = 0; i < length; ++i) {
+    U32 i = 0;
+    while (i < length) {
         unsigned char c = in[i];
         if (table[c] != 'x') {
             size += 3;
             column += 3;
             if (column > 75) {
-                // The escape does not fit: it moves to a new line and is
-                // counted again there.
                 size -= isBlank(c) ? 2 : 3;
                 size += 2;
                 column = 0;
-                --i;
+                continue;  // the same byte again, on the new line
             }
-        } else {
-            size += 1;
-            column += 1;
-            bool last = i + 1 == length;
+            ++i;
+            continue;
+        }
+        U32 j = literalRun(in, i + 1, length, table);
+        while (i < j) {
+            U32 take = j - i < 76 - column ? j - i : 76 - column;
+            size += take;
+            column += take;
+            i += take;
             if (column == 76) {
                 size += 2;
                 column = 0;
-                if (isBlank(c)) {
+                if (isBlank(in[i - 1]))
                     --i;
-                    continue;
-                }
             }
-            if (last && isBlank(c))
-                size += 1;
         }
     }
+    if (length > 0 && table[in[length - 1]] == 'x' && isBlank(in[length - 1]))
+        size += 1;
     return size > UINT32_MAX ? UINT32_MAX : static_cast<U32>(size);
 }
 
@@ -108,20 +146,23 @@ size_t escapeInto(const unsigned char *in, U32 length, const char *table, char *
 {
     char *o = out;
     char *limit = out + room;
-    for (U32 i = 0; i < length; ++i) {
-        unsigned char c = in[i];
-        if (table[c] == 'x') {
-            if (limit - o < 1)
-                return 0;
-            *o++ = static_cast<char>(c);
-        } else {
-            if (limit - o < 3)
-                return 0;
-            o[0] = '=';
-            o[1] = kHex[c >> 4];
-            o[2] = kHex[c & 15];
-            o += 3;
-        }
+    U32 i = 0;
+    while (i < length) {
+        U32 j = literalRun(in, i, length, table);
+        if (static_cast<size_t>(limit - o) < j - i)
+            return 0;
+        std::memcpy(o, in + i, j - i);
+        o += j - i;
+        if (j == length)
+            break;
+        if (limit - o < 3)
+            return 0;
+        unsigned char c = in[j];
+        o[0] = '=';
+        o[1] = kHex[c >> 4];
+        o[2] = kHex[c & 15];
+        o += 3;
+        i = j + 1;
     }
     if (o == limit)
         return 0;
@@ -130,13 +171,14 @@ size_t escapeInto(const unsigned char *in, U32 length, const char *table, char *
 }
 
 // Copies the unwrapped text `u` (n bytes, no NUL) into lines of at most 76
-// characters including the soft-break '='.  With `out` null it only counts.
+// characters including the soft-break '='.  With Count it only counts.
 // Returns the bytes written, NUL included.
+template <bool Count>
 size_t wrapInto(const char *u, size_t n, char *out) noexcept
 {
     size_t w = 0;
     auto put = [&](char c) {
-        if (out != nullptr)
+        if constexpr (!Count)
             out[w] = c;
         ++w;
     };
@@ -149,6 +191,43 @@ size_t wrapInto(const char *u, size_t n, char *out) noexcept
     unsigned column = 0;
     size_t i = 0;
     while (i < n) {
+        // Plain bytes well inside the line are copied as they come.
+        if (column < 74) {
+            // The last byte is left to the exact rules, so u[j + 1] exists.
+            size_t limit = n - 1 - i < 74 - column ? n - 1 : i + (74 - column);
+            size_t j = i;
+#if defined(__SSE2__)
+            // 16 at a time: stop at '=', CR, or a blank before a CR.
+            while (limit - j >= 16 && n - j >= 17) {
+                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + j));
+                __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + j + 1));
+                __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')));
+                __m128i stop = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('=')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\r'))),
+                                            _mm_and_si128(blank, _mm_cmpeq_epi8(next, _mm_set1_epi8('\r'))));
+                unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+                if (mask != 0) {
+                    j += static_cast<unsigned>(__builtin_ctz(mask));
+                    break;
+                }
+                j += 16;
+            }
+#endif
+            while (j < limit) {
+                unsigned char b = static_cast<unsigned char>(u[j]);
+                unsigned stop = static_cast<unsigned>(b == '=') | static_cast<unsigned>(b == '\r') |
+                                (static_cast<unsigned>(isBlank(b)) & static_cast<unsigned>(u[j + 1] == '\r'));
+                if (stop != 0)
+                    break;
+                ++j;
+            }
+            if constexpr (!Count)
+                std::memcpy(out + w, u + i, j - i);
+            w += j - i;
+            column += static_cast<unsigned>(j - i);
+            i = j;
+            if (i == n)
+                break;
+        }
         unsigned char c = static_cast<unsigned char>(u[i]);
         if (crlfAt(i)) {
             put('\r');
@@ -227,25 +306,110 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
     unsigned char *floor = out;  // trailing white space below this is content
     for (;;) {
 #if defined(__SSE2__)
-        // Copy 16 bytes at a time up to the next '=', CR or LF.  The store
-        // stays inside the buffer: the output never runs ahead of the input.
+        // Copy 16 bytes at a time up to the next '=', CR or LF, and settle the
+        // common cases (a valid escape, a soft break, a line end after a
+        // non-blank) without leaving the loop.  The store stays inside the
+        // buffer: the output never runs ahead of the input.
         const __m128i eq = _mm_set1_epi8('=');
         const __m128i cr = _mm_set1_epi8('\r');
         const __m128i lf = _mm_set1_epi8('\n');
+        auto specials = [&](const unsigned char *q) -> uint64_t {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(q));
+            __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
+                                       _mm_cmpeq_epi8(v, lf));
+            return static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(hit)));
+        };
+        auto copy64 = [](unsigned char *to, const unsigned char *from) {
+            for (int k = 0; k < 64; k += 16)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(to + k),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + k)));
+        };
+        // Windows of 64 bytes: one mask for the window, then its specials in
+        // turn, each followed by a fresh copy of what comes after it.  The
+        // copies read at most 130 bytes past the window start.
+        while (end - p >= 160) {
+            const unsigned char *window = p;
+            uint64_t mask = specials(p) | specials(p + 16) << 16 | specials(p + 32) << 32 | specials(p + 48) << 48;
+            copy64(o, p);
+            bool settled = true;
+            while (mask != 0) {
+                const unsigned char *at = window + __builtin_ctzll(mask);
+                o += at - p;
+                p = at;
+                int hi = kHexValue[p[1]];
+                int lo = kHexValue[p[2]];
+                if (*p == '=' && (hi | lo) >= 0) {
+                    *o++ = static_cast<unsigned char>(hi << 4 | lo);
+                    p += 3;
+                } else if (*p == '=' && p[1] == '\r' && p[2] == '\n') {
+                    p += 3;
+                } else if (*p != '=' && !(o > floor && isBlank(o[-1]))) {
+                    // A line end after a non-blank: CR LF in one step.
+                    size_t n = (p[0] == '\r' && p[1] == '\n') ? 2 : 1;
+                    o[0] = p[0];
+                    o[1] = p[1];
+                    o += n;
+                    p += n;
+                } else {
+                    settled = false;
+                    break;
+                }
+                floor = o;
+                size_t done = static_cast<size_t>(p - window);
+                mask = done >= 64 ? 0 : mask & (~uint64_t{0} << done);
+                copy64(o, p);
+            }
+            if (!settled)
+                break;
+            if (p < window + 64) {
+                o += window + 64 - p;
+                p = window + 64;
+            }
+        }
         while (end - p >= 16) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
             __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
                                        _mm_cmpeq_epi8(v, lf));
             _mm_storeu_si128(reinterpret_cast<__m128i *>(o), v);
             unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hit));
-            if (mask != 0) {
-                unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
-                p += k;
-                o += k;
+            if (mask == 0) {
+                p += 16;
+                o += 16;
+                continue;
+            }
+            unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
+            p += k;
+            o += k;
+            if (end - p < 3)
+                break;  // the lookahead below needs two more bytes
+            if (*p == '=') {
+                int hi = kHexValue[p[1]];
+                int lo = kHexValue[p[2]];
+                if ((hi | lo) >= 0) {
+                    *o++ = static_cast<unsigned char>(hi << 4 | lo);
+                    p += 3;
+                    floor = o;
+                    continue;
+                }
+                if (p[1] == '\r' && p[2] == '\n') {
+                    p += 3;
+                    floor = o;
+                    continue;
+                }
                 break;
             }
-            p += 16;
-            o += 16;
+            if (o > floor && isBlank(o[-1]))
+                break;
+            // CR LF in one step (the LF is inside the 16 bytes loaded).
+            if (p[0] == '\r' && p[1] == '\n') {
+                o[0] = '\r';
+                o[1] = '\n';
+                o += 2;
+                p += 2;
+            } else {
+                *o++ = *p++;
+            }
+            floor = o;
         }
 #endif
         while (p < end && *p != '=' && *p != '\r' && *p != '\n')
@@ -307,7 +471,7 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
 
 U32 decodeToNew(const unsigned char *in, size_t length, char **output, U32 *output_length, U32 lineLength) noexcept
 {
-    auto *buffer = static_cast<unsigned char *>(RQ_MALLOC(length + 1));
+    auto *buffer = length < SIZE_MAX ? static_cast<unsigned char *>(RQ_MALLOC(length + 1)) : nullptr;
     if (buffer == nullptr) {
         ENCODE_logError("ENCODE_fromQP()", ENCODE_ERR_NOMEM, "Not enough core");
         return ENCODE_ERR_NOMEM;
@@ -365,7 +529,7 @@ RQ_API U32 ENCODE_toQP(const void *input, U32 length, char **output, U32 *output
         return ENCODE_ERR_NOSPACE;
     // The estimate counts 76 characters and a 2-byte break per line; wrapped
     // lines hold 75 and a 3-byte soft break, so long text needs more room.
-    size_t need = wrapInto(flat.get(), n - 1, nullptr);
+    size_t need = wrapInto<true>(flat.get(), n - 1, nullptr);
     if (need > size) {
         void *bigger = RQ_REALLOC(result.get(), need);
         if (bigger == nullptr) {
@@ -376,7 +540,7 @@ RQ_API U32 ENCODE_toQP(const void *input, U32 length, char **output, U32 *output
         result.release();
         result.reset(bigger);
     }
-    size_t w = wrapInto(flat.get(), n - 1, result.get());
+    size_t w = wrapInto<false>(flat.get(), n - 1, result.get());
     *output = result.release();
     *output_length = static_cast<U32>(w);
     return 0;
