@@ -103,32 +103,17 @@ void sweep(const std::function<U32(char **)> &call)
 
 // ---- Base64 ---------------------------------------------------------------
 
-TEST(Base64, EncodesTheStandardVectors)
+TEST(Base64, StandardVectorsAndTheTolerantDecodersRules)
 {
-    struct Case { Bytes data; const char *text; };
-    // RFC 4648 section 10, then `basenc --base64 -w0` output.
+    struct Case { Bytes text; U32 status; Bytes data; bool encodes = false; };
+    // Rows marked true: RFC 4648 section 10, then `basenc --base64 -w0`
+    // output, checked both ways.  The others are the decoder's documented
+    // rules: skip outside the alphabet (0x18C02), stop at the first '=',
+    // 0x18C04 for an unfinished group, bytes looked up by their low 7 bits.
     const Case cases[] = {
-        {"", ""},           {"f", "Zg=="},         {"fo", "Zm8="},
-        {"foo", "Zm9v"},    {"foob", "Zm9vYg=="},  {"fooba", "Zm9vYmE="},
-        {"foobar", "Zm9vYmFy"}, {Bytes(2, '\0'), "AAA="},
-        {"\xff\xfe\xfd" + Bytes(1, '\0') + "\x01\x80", "//79AAGA"},
-    };
-    rqtest::LeakCheck leaks;
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(toBase64(c.data), c.text);
-        Decoded d = fromBase64(c.text);
-        EXPECT_EQ(d.status, 0u);
-        EXPECT_EQ(d.data, c.data);
-    }
-}
-
-TEST(Base64, TolerantDecoderKeepsItsRules)
-{
-    struct Case { Bytes text; U32 status; Bytes data; };
-    // The decoder's documented rules: skip outside the alphabet (0x18C02),
-    // stop at the first '=', 0x18C04 for an unfinished group, low 7 bits.
-    const Case cases[] = {
+        {"", 0, "", true}, {"Zg==", 0, "f", true}, {"Zm8=", 0, "fo", true}, {"Zm9v", 0, "foo", true},
+        {"Zm9vYg==", 0, "foob", true}, {"Zm9vYmE=", 0, "fooba", true}, {"Zm9vYmFy", 0, "foobar", true},
+        {"AAA=", 0, Bytes(2, '\0'), true}, {"//79AAGA", 0, "\xff\xfe\xfd" + Bytes(1, '\0') + "\x01\x80", true},
         {"QU JD", ENCODE_WARN_SKIPPED, "ABC"},
         {"QUJ", ENCODE_ERR_INCOMPLETE, "AB"},
         {"QUJ=", 0, "AB"},
@@ -150,6 +135,9 @@ TEST(Base64, TolerantDecoderKeepsItsRules)
         Decoded d = fromBase64(c.text);
         EXPECT_EQ(d.status, c.status);
         EXPECT_EQ(d.data, c.data);
+        if (c.encodes) {
+            EXPECT_EQ(toBase64(c.data), c.text);
+        }
     }
 }
 
@@ -394,7 +382,6 @@ TEST(QuotedPrintable, DecoderFollowsTheRobustReadersAdvice)
         {"equals then escape", "==41", "=A"},
         {"truncated escape", "ab=4", "ab=4"},
         {"equals blank text", "a= b", "a= b"},
-        {"inner blanks kept", "a  b\tc", "a  b\tc"},
         {"high bytes and nul copied", Bytes("\xe9\0=\r\n\x80", 6), Bytes("\xe9\0\x80", 3)},
         {"the same deep in a long text",  // past the decoder's 64-byte windows
          Bytes(200, 'a') + " \t\r\n" + Bytes(100, 'b') + "=41=\r\n=3d==\n" + Bytes(100, 'c') + "\r\r\n\n",
@@ -471,16 +458,13 @@ TEST(Encode, AllocationFailuresReportNotEnoughCore)
     rqtest::TempDir dir;
     std::string in = dir.file("in"), out = dir.file("out");
     writeFile(in, "QUJDQUJD\r\nQUJD\r\n");
-    rqtest::allocationSweep(
-        [&] {
-            FILE *fin = std::fopen(in.c_str(), "rb");
-            FILE *fout = std::fopen(out.c_str(), "wb");
-            U32 status = ENCODE_fileConvertFromBase64(fin, fout);
-            std::fclose(fin);
-            std::fclose(fout);
-            return status;
-        },
-        ENCODE_ERR_NOMEM);
+    sweep([&](char **) {
+        FILE *fin = std::fopen(in.c_str(), "rb"), *fout = std::fopen(out.c_str(), "wb");
+        U32 status = ENCODE_fileConvertFromBase64(fin, fout);
+        std::fclose(fin);
+        std::fclose(fout);
+        return status;
+    });
 }
 
 }  // namespace
