@@ -114,13 +114,8 @@ TEST(Base64, StandardVectorsAndTheTolerantDecodersRules)
         {"", 0, "", true}, {"Zg==", 0, "f", true}, {"Zm8=", 0, "fo", true}, {"Zm9v", 0, "foo", true},
         {"Zm9vYg==", 0, "foob", true}, {"Zm9vYmE=", 0, "fooba", true}, {"Zm9vYmFy", 0, "foobar", true},
         {"AAA=", 0, Bytes(2, '\0'), true}, {"//79AAGA", 0, "\xff\xfe\xfd" + Bytes(1, '\0') + "\x01\x80", true},
-        {"QU JD", ENCODE_WARN_SKIPPED, "ABC"},
-        {"QUJ", ENCODE_ERR_INCOMPLETE, "AB"},
-        {"QUJ=", 0, "AB"},
-        {"QQ==QUJD", 0, "A"},
-        {"=QUJD", 0, ""},
-        {"QUJD=garbage!!", 0, "ABC"},
-        {"Q===", 0, ""},
+        {"QU JD", ENCODE_WARN_SKIPPED, "ABC"}, {"QUJ", ENCODE_ERR_INCOMPLETE, "AB"}, {"QUJ=", 0, "AB"},
+        {"QQ==QUJD", 0, "A"}, {"=QUJD", 0, ""}, {"QUJD=garbage!!", 0, "ABC"}, {"Q===", 0, ""},
         {"Q J", ENCODE_ERR_INCOMPLETE, "@"},  // the incomplete status replaces the skip warning
         {"QUJD\r\nQUJD\r\n", ENCODE_WARN_SKIPPED, "ABCABC"},
         {"\xD1UJD", 0, "ABC"},                            // 0xD1 is looked up as 'Q'
@@ -343,11 +338,9 @@ TEST(QuotedPrintable, OldEncoderFoldsWithALeadingBlank)
     // Escapes: '=', TAB, '~' and everything from 0x7F; "=\r\n " once the
     // column passes 71, after which it restarts at 1.
     const Case cases[] = {
-        {"", 5, "", 5},
-        {"~\t\x80", 0, "=7E=09=80", 9},
+        {"", 5, "", 5}, {"~\t\x80", 0, "=7E=09=80", 9}, {"a=", 69, "a=3D=\r\n ", 1},
         {Bytes(71, 'a'), 0, Bytes(71, 'a'), 71},
         {Bytes(72, 'a'), 0, Bytes(72, 'a') + "=\r\n ", 1},
-        {"a=", 69, "a=3D=\r\n ", 1},
         {Bytes(73, 'a'), 0, Bytes(72, 'a') + "=\r\n a", 2},
     };
     rqtest::LeakCheck leaks;
@@ -377,10 +370,8 @@ TEST(QuotedPrintable, DecoderFollowsTheRobustReadersAdvice)
         {"blank between escape and line end", "a =20 \r\n", "a  \r\n"},
         {"padding at the end", "abc  \t", "abc"},
         {"final equals with padding", "abc=  ", "abc"},
-        {"lone equals", "=", ""},
-        {"bad hex kept", "a=4Gb", "a=4Gb"},
-        {"equals then escape", "==41", "=A"},
-        {"truncated escape", "ab=4", "ab=4"},
+        {"lone equals", "=", ""},           {"bad hex kept", "a=4Gb", "a=4Gb"},
+        {"equals then escape", "==41", "=A"}, {"truncated escape", "ab=4", "ab=4"},
         {"equals blank text", "a= b", "a= b"},
         {"high bytes and nul copied", Bytes("\xe9\0=\r\n\x80", 6), Bytes("\xe9\0\x80", 3)},
         {"the same deep in a long text",  // past the decoder's 64-byte windows

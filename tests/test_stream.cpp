@@ -247,8 +247,10 @@ TEST(Stream, ConstructorsSurviveAllocationFailure)
         text = nullptr;
         U32 status = STREAM_attachToGrowingBuffer(out, &text, 4, 0);
         EXPECT_EQ(text == nullptr, status != 0) << "a failed constructor hands out no text";
-        if (status == 0)
-            STREAM_destroy(out), RQCORE_free(text);
+        if (status == 0) {  // the text outlives the stream
+            STREAM_destroy(out);
+            RQCORE_free(text);
+        }
         return status;
     });
     // A growing write whose reallocation fails keeps the old text.
@@ -364,12 +366,15 @@ TEST(StreamFile, LineReadsOnFilesAndPipesStopAfterTheirLineEnd)
     struct Case { const char *what; Bytes content; U32 size; std::vector<Expected> lines; };  // then STREAM_EOF
     // The file kind's line ends: CR LF, CR CR LF and LF are one; a lone CR
     // swallows the next byte; NULs are dropped; the line end is never counted.
-    const Bytes big(40000, 'q');
+    const Bytes big(40000, 'q'), x255(255, 'x');
     const Case cases[] = {
         {"line ends and nuls", Bytes("one\r\ntwo\nthree\r\r\nfour\rXfive\0six\n\nlast", 37), 80,
          {{"one", 5}, {"two", 9}, {"three", 17}, {"four", 23}, {"fivesix", 32}, {"", 33}, {"last", 37}}},
         {"longer than the buffer", "abcdefg\nhi", 3, {{"abc", 3}, {"def", 6}, {"g", 8}, {"hi", 10}}},
         {"longer than the read-ahead", big + "\r\nz\n", 50000, {{big, 40002}, {"z", 40004}}},
+        {"one byte after the line end", "ab\nc", 80, {{"ab", 3}, {"c", 4}}},
+        {"crlf across the first 256-byte block", x255 + "\r\nz", 300, {{x255, 257}, {"z", 258}}},
+        {"lone cr ending the first block", x255 + "\rXy\n", 300, {{x255, 257}, {"y", 259}}},
     };
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
