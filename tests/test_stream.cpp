@@ -68,45 +68,40 @@ U32 okRead(STREAM *, char *, U32, U32 *) noexcept { return 0; }
 U32 okWrite(STREAM *, const char *, U32, U32 *) noexcept { return 0; }
 U32 okSeek(STREAM *, S32, U32, U32 *) noexcept { return 0; }
 
-TEST(Stream, NewAddsReadAndWriteAndChecksEveryPointer)
+TEST(Stream, GenericEntryPointsCheckPointersFlagsAndOperations)
 {
     rqtest::LeakCheck leaks;
     int state = 0;
+    char data[8] = "abc", buffer[8], *text = nullptr;
+    U32 n = 0, old = 0;
     STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_new(&s, 0, 7, okInit, okDestroy, okRead, okWrite, okSeek, &state), 0u);
-    EXPECT_EQ(s->flags, 0x18u);
-    EXPECT_EQ(s->privateData, &state);
-    EXPECT_EQ(STREAM_destroy(&s), 0u);
-    EXPECT_EQ(s, nullptr);
-    ASSERT_EQ(STREAM_new(&s, STREAM_READ | STREAM_LINE_MODE, 1, okInit, okDestroy, okRead, okWrite, okSeek, &state), 0u);
-    EXPECT_EQ(s->flags, U32{STREAM_READ | STREAM_LINE_MODE}) << "flags with a mode get no default";
-    STREAM_destroy(&s);
     for (U32 status : {STREAM_new(nullptr, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, &state),
                        STREAM_new(&s, 0, 1, nullptr, okDestroy, okRead, okWrite, okSeek, &state),
                        STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, nullptr, &state),
-                       STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, nullptr)})
+                       STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, nullptr),
+                       STREAM_read(nullptr, buffer, 1, &n), STREAM_write(nullptr, "a", 1, &n),
+                       STREAM_seek(nullptr, 0, 1, &n), STREAM_setFlags(nullptr, 1, &old),
+                       STREAM_unsetFlags(nullptr, 1, &old), STREAM_destroy(nullptr), STREAM_destroy(&s),
+                       STREAM_attachToBuffer(nullptr, data, 4, 0), STREAM_attachToBuffer(&s, nullptr, 4, 0),
+                       STREAM_attachToGrowingBuffer(nullptr, &text, 4, 0), STREAM_attachToGrowingBuffer(&s, nullptr, 4, 0),
+                       STREAM_attachToFilename(&s, nullptr, STREAM_READ)})
         EXPECT_EQ(status, STREAM_ERR_NULL);
+    ASSERT_EQ(STREAM_new(&s, 0, 7, okInit, okDestroy, okRead, okWrite, okSeek, &state), 0u);
+    EXPECT_EQ(s->flags, 0x18u) << "no mode: reading and writing";
+    EXPECT_EQ(s->privateData, &state);
+    EXPECT_EQ(STREAM_destroy(&s), 0u);
     EXPECT_EQ(s, nullptr);
     // A failing init leaves the object for the caller to destroy.
     EXPECT_EQ(STREAM_new(&s, 0, 1, failingInit, okDestroy, okRead, okWrite, okSeek, &state), 0x197F2u);
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(STREAM_destroy(&s), 0u);
-}
 
-TEST(Stream, GenericEntryPointsCheckInOrder)
-{
-    rqtest::LeakCheck leaks;
-    char data[8] = "abc", buffer[8];
-    U32 n = 0, old = 0;
-    STREAM *s = nullptr;
     ASSERT_EQ(STREAM_attachToBuffer(&s, data, 3, STREAM_WRITE | STREAM_LOG_ERRORS), 0u);
     EXPECT_EQ(STREAM_read(s, buffer, sizeof buffer, &n), STREAM_ERR_NOT_ALLOWED);
-    for (U32 status : {STREAM_read(s, nullptr, 1, &n), STREAM_write(s, nullptr, 1, &n), STREAM_read(nullptr, buffer, 1, &n),
-                       STREAM_write(nullptr, "a", 1, &n), STREAM_seek(nullptr, 0, 1, &n),
-                       STREAM_setFlags(nullptr, 1, &old), STREAM_unsetFlags(nullptr, 1, &old)})
-        EXPECT_EQ(status, STREAM_ERR_NULL);
+    EXPECT_EQ(STREAM_read(s, nullptr, 1, &n), STREAM_ERR_NULL);
+    EXPECT_EQ(STREAM_write(s, nullptr, 1, &n), STREAM_ERR_NULL);
     EXPECT_EQ(STREAM_setFlags(s, STREAM_READ, &old), 0u);
-    EXPECT_EQ(old, U32{STREAM_WRITE | STREAM_LOG_ERRORS});
+    EXPECT_EQ(old, U32{STREAM_WRITE | STREAM_LOG_ERRORS}) << "flags with a mode get no default";
     EXPECT_EQ(STREAM_unsetFlags(s, STREAM_WRITE, &old), 0u);
     EXPECT_EQ(old, U32{STREAM_READ | STREAM_WRITE | STREAM_LOG_ERRORS});
     EXPECT_EQ(STREAM_write(s, "x", 1, &n), STREAM_ERR_NOT_ALLOWED);
@@ -123,26 +118,34 @@ TEST(Stream, GenericEntryPointsCheckInOrder)
     ASSERT_NE(s, nullptr);
     *s = saved;
     EXPECT_EQ(STREAM_destroy(&s), 0u);
-    EXPECT_EQ(STREAM_destroy(&s), STREAM_ERR_NULL);
 }
 
 // ---- Memory kinds -------------------------------------------------------
 
-TEST(Stream, FixedBufferWritesWhatFits)
+TEST(Stream, FixedBufferTerminatesOnlyWhenThereIsRoom)
 {
     rqtest::LeakCheck leaks;
-    char data[6];
+    char data[6], text[] = "AB\nCD", buffer[4];
     rqtest::fillJunk(data, sizeof data);
-    STREAM *s = nullptr;
+    STREAM *w = nullptr, *r = nullptr;
     U32 n = 0;
-    ASSERT_EQ(STREAM_attachToBuffer(&s, data, 4, 0), 0u);
-    EXPECT_EQ(STREAM_write(s, "ab", 2, &n), 0u);
+    ASSERT_EQ(STREAM_attachToBuffer(&w, data, 4, 0), 0u);
+    EXPECT_EQ(STREAM_write(w, "ab", 2, &n), 0u);
     EXPECT_EQ(Bytes(data, 3), Bytes("ab\0", 3)) << "a NUL follows while there is room";
-    EXPECT_EQ(STREAM_write(s, "cdef", 4, &n), 0u);
+    EXPECT_EQ(STREAM_write(w, "cdef", 4, &n), 0u);
     EXPECT_EQ(n, 2u) << "a short count, status 0";
     EXPECT_EQ(Bytes(data, 5), "abcd\xA5") << "no NUL beyond the capacity";
-    EXPECT_EQ(STREAM_write(s, "g", 1, &n), STREAM_EOF);
-    STREAM_destroy(&s);
+    EXPECT_EQ(STREAM_write(w, "g", 1, &n), STREAM_EOF);
+    // Straight through the kind's operation: STREAM_read clears the buffer first.
+    ASSERT_EQ(STREAM_attachToBuffer(&r, text, 5, STREAM_READ | STREAM_LINE_MODE), 0u);
+    rqtest::fillJunk(buffer, sizeof buffer);
+    ASSERT_EQ(r->read(r, buffer, 3, &n), 0u);
+    EXPECT_EQ(Bytes(buffer, 3), Bytes("AB\0", 3)) << "the line end becomes a NUL";
+    rqtest::fillJunk(buffer, sizeof buffer);
+    ASSERT_EQ(r->read(r, buffer, 2, &n), 0u);
+    EXPECT_EQ(Bytes(buffer, 3), "CD\xA5") << "size bytes copied: nothing stored after";
+    STREAM_destroy(&w);
+    STREAM_destroy(&r);
 }
 
 TEST(Stream, MemoryReadsLinesAndChunks)
@@ -175,23 +178,6 @@ TEST(Stream, MemoryReadsLinesAndChunks)
         EXPECT_EQ(readOnce(s, c.size).status, STREAM_EOF);
         STREAM_destroy(&s);
     }
-}
-
-TEST(Stream, MemoryReadTerminatesOnlyWhenThereIsRoom)
-{
-    rqtest::LeakCheck leaks;
-    char data[] = "AB\nCD", buffer[4];
-    STREAM *s = nullptr;
-    U32 n = 0;
-    ASSERT_EQ(STREAM_attachToBuffer(&s, data, 5, STREAM_READ | STREAM_LINE_MODE), 0u);
-    // Straight through the kind's operation: STREAM_read clears the buffer first.
-    rqtest::fillJunk(buffer, sizeof buffer);
-    ASSERT_EQ(s->read(s, buffer, 3, &n), 0u);
-    EXPECT_EQ(Bytes(buffer, 3), Bytes("AB\0", 3)) << "the line end becomes a NUL";
-    rqtest::fillJunk(buffer, sizeof buffer);
-    ASSERT_EQ(s->read(s, buffer, 2, &n), 0u);
-    EXPECT_EQ(Bytes(buffer, 3), "CD\xA5") << "size bytes copied: nothing stored after";
-    STREAM_destroy(&s);
 }
 
 TEST(Stream, GrowingBufferGrowsOnlyWhenAWriteStartsAtTheEnd)
@@ -242,15 +228,11 @@ TEST(Stream, MemorySeekBounds)
     STREAM_destroy(&s);
 }
 
-TEST(Stream, ConstructorsRefuseNullsAndSurviveAllocationFailure)
+TEST(Stream, ConstructorsSurviveAllocationFailure)
 {
     char data[4] = {};
     char *text = nullptr;
     STREAM *s = nullptr;
-    for (U32 status : {STREAM_attachToBuffer(nullptr, data, 4, 0), STREAM_attachToBuffer(&s, nullptr, 4, 0),
-                       STREAM_attachToGrowingBuffer(nullptr, &text, 4, 0), STREAM_attachToGrowingBuffer(&s, nullptr, 4, 0),
-                       STREAM_attachToFilename(&s, nullptr, STREAM_READ)})
-        EXPECT_EQ(status, STREAM_ERR_NULL);
     rqtest::TempDir dir;
     std::string path = dir.file("f");
     int fds[2];
@@ -265,8 +247,10 @@ TEST(Stream, ConstructorsRefuseNullsAndSurviveAllocationFailure)
         text = nullptr;
         U32 status = STREAM_attachToGrowingBuffer(out, &text, 4, 0);
         EXPECT_EQ(text == nullptr, status != 0) << "a failed constructor hands out no text";
-        if (status == 0)
-            STREAM_destroy(out), RQCORE_free(text);
+        if (status == 0) {  // the text outlives the stream
+            STREAM_destroy(out);
+            RQCORE_free(text);
+        }
         return status;
     });
     // A growing write whose reallocation fails keeps the old text.
@@ -319,23 +303,32 @@ TEST(StreamFile, OpensByFlags)
     EXPECT_EQ(rqtest::readFile(path), "") << "writing truncates";
 }
 
-TEST(StreamFile, SeekReportsOneOnSuccessAndZeroOnFailure)
+TEST(StreamFile, SeekReportsOneOnSuccessAndLineReadsFollowIt)
 {
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
+    int fd = open(dir.file("s").c_str(), O_RDWR | O_CREAT, 0600);
     STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_attachToFilename(&s, dir.file("s").c_str(), STREAM_READ | STREAM_WRITE), 0u);
     U32 n = 0, previous = 0;
-    ASSERT_EQ(STREAM_write(s, "0123456789", 10, &n), 0u);
-    EXPECT_EQ(STREAM_seek(s, 2, STREAM_SEEK_SET, &previous), 1u) << "the reversed result is kept";
-    EXPECT_EQ(previous, 10u);
-    EXPECT_EQ(STREAM_seek(s, 3, STREAM_SEEK_CUR, &previous), 1u);
-    EXPECT_EQ(STREAM_seek(s, -1, STREAM_SEEK_END, &previous), 1u);
-    EXPECT_EQ(previous, 5u);
-    EXPECT_EQ(readOnce(s, 10).text, "9");
+    char c;
+    ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_WRITE | STREAM_LINE_MODE), 0u);
+    ASSERT_EQ(STREAM_write(s, "first\nsecond\nthird\n", 19, &n), 0u);
+    EXPECT_EQ(STREAM_seek(s, 0, STREAM_SEEK_SET, &previous), 1u) << "the reversed result is kept";
+    EXPECT_EQ(previous, 19u);
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    lseek(fd, 0, SEEK_SET);  // the read-ahead starts wherever the descriptor is, each time
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    EXPECT_EQ(STREAM_seek(s, 7, STREAM_SEEK_CUR, &previous), 1u);
+    EXPECT_EQ(previous, 6u);
+    EXPECT_EQ(readOnce(s, 80).text, "third");
+    EXPECT_EQ(read(fd, &c, 1), 0) << "the line took its LF and nothing more";
+    EXPECT_EQ(STREAM_seek(s, -6, STREAM_SEEK_END, &previous), 1u);
+    EXPECT_EQ(previous, 19u);
+    EXPECT_EQ(readOnce(s, 80).text, "third");
     EXPECT_EQ(STREAM_seek(s, -100, STREAM_SEEK_SET, &previous), 0u) << "a failed lseek gives 0";
     EXPECT_EQ(STREAM_seek(s, 0, 9, &previous), STREAM_ERR_NOT_ALLOWED);
     STREAM_destroy(&s);
+    close(fd);
     // A pipe has no position to report.
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -373,12 +366,15 @@ TEST(StreamFile, LineReadsOnFilesAndPipesStopAfterTheirLineEnd)
     struct Case { const char *what; Bytes content; U32 size; std::vector<Expected> lines; };  // then STREAM_EOF
     // The file kind's line ends: CR LF, CR CR LF and LF are one; a lone CR
     // swallows the next byte; NULs are dropped; the line end is never counted.
-    const Bytes big(40000, 'q');
+    const Bytes big(40000, 'q'), x255(255, 'x');
     const Case cases[] = {
         {"line ends and nuls", Bytes("one\r\ntwo\nthree\r\r\nfour\rXfive\0six\n\nlast", 37), 80,
          {{"one", 5}, {"two", 9}, {"three", 17}, {"four", 23}, {"fivesix", 32}, {"", 33}, {"last", 37}}},
         {"longer than the buffer", "abcdefg\nhi", 3, {{"abc", 3}, {"def", 6}, {"g", 8}, {"hi", 10}}},
         {"longer than the read-ahead", big + "\r\nz\n", 50000, {{big, 40002}, {"z", 40004}}},
+        {"one byte after the line end", "ab\nc", 80, {{"ab", 3}, {"c", 4}}},
+        {"crlf across the first 256-byte block", x255 + "\r\nz", 300, {{x255, 257}, {"z", 258}}},
+        {"lone cr ending the first block", x255 + "\rXy\n", 300, {{x255, 257}, {"y", 259}}},
     };
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
@@ -413,26 +409,6 @@ TEST(StreamFile, LineReadsOnFilesAndPipesStopAfterTheirLineEnd)
         STREAM_destroy(&s);
         close(fds[0]);
     }
-}
-
-TEST(StreamFile, LineReadsFollowTheCallersSeeks)
-{
-    // The read-ahead starts wherever the descriptor is, each time.
-    rqtest::TempDir dir;
-    rqtest::LeakCheck leaks;
-    writeFile(dir.file("seek"), "first\nsecond\nthird\n");
-    int fd = open(dir.file("seek").c_str(), O_RDONLY);
-    STREAM *s = nullptr;
-    char c;
-    ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_LINE_MODE), 0u);
-    EXPECT_EQ(readOnce(s, 80).text, "first");
-    lseek(fd, 0, SEEK_SET);
-    EXPECT_EQ(readOnce(s, 80).text, "first");
-    EXPECT_EQ(STREAM_seek(s, 13, STREAM_SEEK_SET, nullptr), 1u);
-    EXPECT_EQ(readOnce(s, 80).text, "third");
-    EXPECT_EQ(read(fd, &c, 1), 0) << "the line took its LF and nothing more";
-    STREAM_destroy(&s);
-    close(fd);
 }
 
 }  // namespace
