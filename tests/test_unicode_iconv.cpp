@@ -70,11 +70,7 @@ std::vector<Entry> readMap(const std::string &path)
 class Iconv {
 public:
     Iconv(const std::string &from, const std::string &to) : cd_(iconv_open(to.c_str(), from.c_str())) {}
-    ~Iconv()
-    {
-        if (ok())
-            iconv_close(cd_);
-    }
+    ~Iconv() { if (ok()) iconv_close(cd_); }
     Iconv(const Iconv &) = delete;
     Iconv &operator=(const Iconv &) = delete;
     bool ok() const { return cd_ != reinterpret_cast<iconv_t>(-1); }
@@ -124,11 +120,8 @@ std::string iconvNameFor(const std::string &stem)
 std::string hexOf(const std::string &bytes)
 {
     std::string s;
-    char b[4];
-    for (unsigned char c : bytes) {
-        std::snprintf(b, sizeof b, "%02X ", c);
-        s += b;
-    }
+    for (unsigned char c : bytes)
+        s += {"0123456789ABCDEF"[c >> 4], "0123456789ABCDEF"[c & 15], ' '};
     return s;
 }
 
