@@ -1,12 +1,135 @@
 /*
  * rqcore content encodings: base64 and quoted-printable.
+ *
+ * Every buffer these functions hand back is allocated by the library and
+ * freed by the caller with RQCORE_free().
+ *
+ * Base64
+ *   The encoder writes RFC 2045's alphabet, pads the last group with '=' and
+ *   inserts no line breaks.  The decoder is tolerant: it skips characters
+ *   outside the alphabet (status ENCODE_WARN_SKIPPED, the output is still
+ *   complete), looks bytes above 127 up by their low 7 bits, and stops at the
+ *   first '=' (everything after it is ignored).
+ *
+ * Quoted-printable
+ *   ENCODE_toQP is the encoder of the MIME generator; the older
+ *   ENCODE_convertToQuotedPrintable folds with "=\r\n " (a leading blank, so
+ *   the continuation is also a folded header line).
+ *
+ *   Both decoders follow RFC 2045 section 6.7's advice for a robust reader:
+ *   - "=XX" with two hexadecimal digits becomes the byte; lower-case digits
+ *     are accepted as well as upper-case ones;
+ *   - a soft break ('=' then CR LF, or '=' then a bare LF) is dropped, and so
+ *     is white space between that '=' and the line end (transport padding);
+ *   - white space (blanks and TABs) directly before a line end is transport
+ *     padding and is dropped, provided the run is no longer than the
+ *     decoder's line length (0 = no limit): a longer run cannot have been
+ *     added to one encoded line, so it is kept as text;
+ *   - an '=' that starts neither a valid "=XX" nor a soft break is copied as
+ *     it is, and so is what follows it ("=4G" stays "=4G", a final '='
+ *     stays '=');
+ *   - line ends (CR LF, bare LF, bare CR) and every other byte are copied
+ *     unchanged.
+ *   The decoded text is never longer than the input; it is NUL-terminated
+ *   after the data (the terminator is not counted).
  */
 #ifndef RQCORE_ENCODE_H
 #define RQCORE_ENCODE_H
 
+#include <stdio.h>
+
 #include "types.h"
 
 RQ_BEGIN_DECLS
+
+/* Status codes of the encode family. */
+RQ_CODES {
+    ENCODE_ERR_NOMEM = 0x18C01,      /* not enough memory ("Not enough core") */
+    ENCODE_WARN_SKIPPED = 0x18C02,   /* decoder skipped characters outside the alphabet */
+    ENCODE_ERR_BADARG = 0x18C03,     /* a required pointer was NULL */
+    ENCODE_ERR_INCOMPLETE = 0x18C04, /* base64 text ended inside a group without '=' */
+    ENCODE_ERR_READ = 0x18C05,       /* reading the input file returned nothing */
+    ENCODE_ERR_WRITE = 0x18C06,      /* writing the output file failed */
+    ENCODE_ERR_NOSPACE = 0x18C0C     /* output space exhausted during encoding */
+};
+
+/* ENCODE_toQP flags. */
+RQ_CODES {
+    ENCODE_QP_WRAP = 0x02,        /* break the result into lines of at most 76 characters */
+    ENCODE_QP_LITERAL_CRLF = 0x04 /* write CR and LF as they are (text with line ends) */
+};
+
+/* Writes "%s:  %s" (function, two blanks, message) as an error record with
+ * errlog id 2; the message alone without a function name; "ENCODELIB error"
+ * without a message. */
+RQ_API void ENCODE_logError(const char *function_name, U32 code, const char *message) RQ_NOEXCEPT;
+
+/* ---- Base64 ------------------------------------------------------------- */
+
+/* 0 if every character of `str` is a base64 letter, digit, '+', '/' or '=',
+ * 1 at the first that is not; ENCODE_ERR_BADARG for NULL. "" is valid. */
+RQ_API U32 ENCODE_isBase64String(const char *str) RQ_NOEXCEPT;
+
+/* Removes in place every character outside that set; returns 1 if the
+ * remaining length is not a multiple of 4, else 0; ENCODE_ERR_BADARG for NULL. */
+RQ_API U32 ENCODE_stripBase64String(char *str) RQ_NOEXCEPT;
+
+/* Encodes `length` bytes into a new NUL-terminated text in *out.
+ * 0, ENCODE_ERR_BADARG (data or out NULL), ENCODE_ERR_NOMEM (logged). */
+RQ_API U32 ENCODE_convertToBase64(const void *data, U32 length, char **out) RQ_NOEXCEPT;
+
+/* Decodes a NUL-terminated text into a new buffer in *out (NUL-terminated
+ * after the data), its length in *out_length.  0, ENCODE_WARN_SKIPPED,
+ * ENCODE_ERR_INCOMPLETE, ENCODE_ERR_BADARG, ENCODE_ERR_NOMEM (logged). */
+RQ_API U32 ENCODE_convertFromBase64(const char *text, U32 *out_length, char **out) RQ_NOEXCEPT;
+
+/* Encodes a whole file as lines of 72 characters (54 input bytes), each
+ * followed by `line_end` ("\r\n" when NULL).  A read that returns nothing
+ * ends with ENCODE_ERR_READ, so a fully converted file whose length is a
+ * multiple of 54 (the empty file included) reports ENCODE_ERR_READ;
+ * ENCODE_ERR_WRITE when a write fails. */
+RQ_API U32 ENCODE_fileConvertToBase64(FILE *in, FILE *out, const char *line_end) RQ_NOEXCEPT;
+
+/* Decodes a whole base64 file in chunks of 72 kept characters; the result is
+ * the status of the last chunk's decoding, ENCODE_ERR_READ when a read
+ * returns nothing, ENCODE_ERR_WRITE when a write fails. */
+RQ_API U32 ENCODE_fileConvertFromBase64(FILE *in, FILE *out) RQ_NOEXCEPT;
+
+/* ---- Quoted-printable --------------------------------------------------- */
+
+/* Encodes `length` bytes; *output receives a new buffer and *output_length
+ * the bytes written including the terminating NUL.  Flags ENCODE_QP_WRAP and
+ * ENCODE_QP_LITERAL_CRLF.  0, ENCODE_ERR_BADARG, ENCODE_ERR_NOMEM,
+ * ENCODE_ERR_NOSPACE. */
+RQ_API U32 ENCODE_toQP(const void *input, U32 length, char **output, U32 *output_length, U32 flags) RQ_NOEXCEPT;
+
+/* The buffer size ENCODE_toQP allocates for `input` with the byte-class
+ * `table` (256 entries, 'x' = written as it is; NULL = the encoder's default
+ * table). */
+RQ_API U32 enc_qpGetReqBufferSize(const void *input, U32 length, const char *table) RQ_NOEXCEPT;
+
+/* The older encoder: NUL-terminated text in, a new text in *output; *column
+ * is the output column on entry and the column reached on return.  Folds
+ * with "=\r\n " after column 71.  0, ENCODE_ERR_BADARG, ENCODE_ERR_NOMEM. */
+RQ_API U32 ENCODE_convertToQuotedPrintable(const char *text, char **output, U32 *column) RQ_NOEXCEPT;
+
+/* Decodes `length` bytes of quoted-printable text into a new buffer in
+ * *output, its length (without the NUL) in *output_length.  `line_length` is
+ * the longest encoded line expected (the MIME layer passes 256; 0 = no limit):
+ * see the header comment.  0, ENCODE_ERR_BADARG, ENCODE_ERR_NOMEM. */
+RQ_API U32 ENCODE_fromQP(const void *input, U32 length, char **output, U32 *output_length, U32 line_length) RQ_NOEXCEPT;
+
+/* The older decoder: NUL-terminated text in, otherwise as ENCODE_fromQP
+ * with no line-length limit.  `output_length` may be NULL. */
+RQ_API U32 ENCODE_convertFromQuotedPrintable(const char *text, char **output, U32 *output_length) RQ_NOEXCEPT;
+
+/* The value 0-15 of a hexadecimal digit (either case), -1 otherwise. */
+RQ_API S32 ENCODE__getCharValue(int c) RQ_NOEXCEPT;
+
+/* The value of the first `count` characters of `text` as digits in `base`
+ * (2 to 16, either case); -1 if one of them is not such a digit, if text is
+ * NULL, the base is out of range or the value does not fit in 31 bits. */
+RQ_API S32 ENCODE_strntol(const char *text, U32 count, U32 base) RQ_NOEXCEPT;
 
 RQ_END_DECLS
 

@@ -1,0 +1,468 @@
+// Quoted-printable: the two encoders (ENCODE_toQP for the MIME generator,
+// the older ENCODE_convertToQuotedPrintable for header text) and the
+// decoders with their hexadecimal-digit helpers.
+
+#define RQ_SOURCE_TAG "src/lib/core/lib/encode/qp"
+#include "internal/rq_mem.h"
+#include "rqcore/encode.h"
+
+#include <array>
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace {
+
+constexpr char kHex[] = "0123456789ABCDEF";
+
+// Byte-class tables: 'x' = written as it is, '=' = written as "=XX".
+enum class Table { Old, Default, LiteralCrLf };
+
+constexpr std::array<char, 257> makeTable(Table which)
+{
+    std::array<char, 257> t{};
+    for (int c = 0; c < 256; ++c) {
+        bool literal = false;
+        switch (which) {
+        case Table::Old:
+            literal = (c >= 0x20 && c <= 0x3C) || (c >= 0x3E && c <= 0x7D);
+            break;
+        case Table::Default:
+            literal = c == 0x09 || (c >= 0x20 && c <= 0x3C) || (c >= 0x3E && c <= 0x7E);
+            break;
+        case Table::LiteralCrLf:
+            literal = c == 0x09 || c == 0x0A || c == 0x0D || (c >= 0x20 && c <= 0x3C) || (c >= 0x3E && c <= 0x7E);
+            break;
+        }
+        t[c] = literal ? 'x' : '=';
+    }
+    return t;
+}
+constexpr auto kOldTable = makeTable(Table::Old);
+constexpr auto kDefaultTable = makeTable(Table::Default);
+constexpr auto kCrLfTable = makeTable(Table::LiteralCrLf);
+
+constexpr std::array<int8_t, 256> makeHexValues()
+{
+    std::array<int8_t, 256> t{};
+    for (auto &v : t)
+        v = -1;
+    for (int i = 0; i < 10; ++i)
+        t['0' + i] = static_cast<int8_t>(i);
+    for (int i = 0; i < 6; ++i) {
+        t['A' + i] = static_cast<int8_t>(10 + i);
+        t['a' + i] = static_cast<int8_t>(10 + i);
+    }
+    return t;
+}
+constexpr auto kHexValue = makeHexValues();
+
+inline bool isBlank(unsigned char c) noexcept
+{
+    return c == ' ' || c == '\t';
+}
+
+// The size estimate of ENCODE_toQP: 76-column lines with a 2-byte break.
+U32 requiredSize(const unsigned char *in, U32 length, const char *table) noexcept
+{
+    uint64_t size = 3;
+    U32 column = 0;
+    for (U32 i = 0; i < length; ++i) {
+        unsigned char c = in[i];
+        if (table[c] != 'x') {
+            size += 3;
+            column += 3;
+            if (column > 75) {
+                // The escape does not fit: it moves to a new line and is
+                // counted again there.
+                size -= isBlank(c) ? 2 : 3;
+                size += 2;
+                column = 0;
+                --i;
+            }
+        } else {
+            size += 1;
+            column += 1;
+            bool last = i + 1 == length;
+            if (column == 76) {
+                size += 2;
+                column = 0;
+                if (isBlank(c)) {
+                    --i;
+                    continue;
+                }
+            }
+            if (last && isBlank(c))
+                size += 1;
+        }
+    }
+    return size > UINT32_MAX ? UINT32_MAX : static_cast<U32>(size);
+}
+
+// The generic 7-bit engine with prefix "=", two hexadecimal digits: copies
+// literal bytes, escapes the rest, writes and counts a NUL.  Returns the
+// bytes written, or 0 when the output space ran out first.
+size_t escapeInto(const unsigned char *in, U32 length, const char *table, char *out, size_t room) noexcept
+{
+    char *o = out;
+    char *limit = out + room;
+    for (U32 i = 0; i < length; ++i) {
+        unsigned char c = in[i];
+        if (table[c] == 'x') {
+            if (limit - o < 1)
+                return 0;
+            *o++ = static_cast<char>(c);
+        } else {
+            if (limit - o < 3)
+                return 0;
+            o[0] = '=';
+            o[1] = kHex[c >> 4];
+            o[2] = kHex[c & 15];
+            o += 3;
+        }
+    }
+    if (o == limit)
+        return 0;
+    *o++ = '\0';
+    return static_cast<size_t>(o - out);
+}
+
+// Copies the unwrapped text `u` (n bytes, no NUL) into lines of at most 76
+// characters including the soft-break '='.  With `out` null it only counts.
+// Returns the bytes written, NUL included.
+size_t wrapInto(const char *u, size_t n, char *out) noexcept
+{
+    size_t w = 0;
+    auto put = [&](char c) {
+        if (out != nullptr)
+            out[w] = c;
+        ++w;
+    };
+    auto softBreak = [&] {
+        put('=');
+        put('\r');
+        put('\n');
+    };
+    auto crlfAt = [&](size_t j) { return j + 1 < n && u[j] == '\r' && u[j + 1] == '\n'; };
+    unsigned column = 0;
+    size_t i = 0;
+    while (i < n) {
+        unsigned char c = static_cast<unsigned char>(u[i]);
+        if (crlfAt(i)) {
+            put('\r');
+            put('\n');
+            i += 2;
+            column = 0;
+        } else if (isBlank(c) && crlfAt(i + 1)) {
+            // A line never ends in white space.
+            if (column > 73)
+                softBreak();
+            put('=');
+            put(kHex[c >> 4]);
+            put(kHex[c & 15]);
+            put('\r');
+            put('\n');
+            i += 3;
+            column = 0;
+        } else if (c == '=' && i + 2 < n) {
+            // An escape is never split across lines.
+            if (column == 73 && crlfAt(i + 3)) {
+                for (int k = 0; k < 5; ++k)
+                    put(u[i + k]);
+                i += 5;
+                column = 0;
+                continue;
+            }
+            if (column >= 73) {
+                softBreak();
+                column = 0;
+            }
+            put(u[i]);
+            put(u[i + 1]);
+            put(u[i + 2]);
+            i += 3;
+            column += 3;
+        } else if (column == 74 && isBlank(c)) {
+            put(static_cast<char>(c));
+            softBreak();
+            ++i;
+            column = 0;
+        } else if (column >= 75) {
+            if (crlfAt(i + 1)) {
+                put(static_cast<char>(c));
+                put('\r');
+                put('\n');
+                i += 3;
+                column = 0;
+            } else {
+                softBreak();
+                put(static_cast<char>(c));
+                ++i;
+                column = 1;
+            }
+        } else {
+            put(static_cast<char>(c));
+            ++i;
+            ++column;
+        }
+    }
+    // Trailing white space at the very end is protected by a final soft break.
+    if (n > 0 && isBlank(static_cast<unsigned char>(u[n - 1])))
+        put('=');
+    put('\0');
+    return w;
+}
+
+// ---- Decoding -----------------------------------------------------------
+
+// Decodes in[0..length) into out (room for length + 1 bytes); returns the
+// decoded length.  See the rules in encode.h.
+size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U32 lineLength) noexcept
+{
+    const unsigned char *p = in;
+    const unsigned char *end = in + length;
+    unsigned char *o = out;
+    unsigned char *floor = out;  // trailing white space below this is content
+    for (;;) {
+#if defined(__SSE2__)
+        // Copy 16 bytes at a time up to the next '=', CR or LF.  The store
+        // stays inside the buffer: the output never runs ahead of the input.
+        const __m128i eq = _mm_set1_epi8('=');
+        const __m128i cr = _mm_set1_epi8('\r');
+        const __m128i lf = _mm_set1_epi8('\n');
+        while (end - p >= 16) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
+                                       _mm_cmpeq_epi8(v, lf));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(o), v);
+            unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hit));
+            if (mask != 0) {
+                unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
+                p += k;
+                o += k;
+                break;
+            }
+            p += 16;
+            o += 16;
+        }
+#endif
+        while (p < end && *p != '=' && *p != '\r' && *p != '\n')
+            *o++ = *p++;
+        if (p == end)
+            break;
+        unsigned char c = *p;
+        if (c == '\r' || c == '\n') {
+            // White space before a line end is transport padding.
+            unsigned char *t = o;
+            while (t > floor && isBlank(t[-1]))
+                --t;
+            if (lineLength == 0 || static_cast<size_t>(o - t) <= lineLength)
+                o = t;
+            *o++ = c;
+            ++p;
+            floor = o;
+            continue;
+        }
+        // c == '='
+        if (end - p >= 3 && kHexValue[p[1]] >= 0 && kHexValue[p[2]] >= 0) {
+            *o++ = static_cast<unsigned char>(kHexValue[p[1]] << 4 | kHexValue[p[2]]);
+            p += 3;
+            floor = o;
+            continue;
+        }
+        // A soft break: '=', optional white space, then a line end or the end
+        // of the text.
+        const unsigned char *q = p + 1;
+        while (q < end && isBlank(*q))
+            ++q;
+        if (q == end) {
+            p = q;
+            break;
+        }
+        if (*q == '\n') {
+            p = q + 1;
+            floor = o;
+            continue;
+        }
+        if (*q == '\r') {
+            p = q + 1 < end && q[1] == '\n' ? q + 2 : q + 1;
+            floor = o;
+            continue;
+        }
+        // Not a valid escape: the '=' is kept and what follows is read as text.
+        *o++ = '=';
+        ++p;
+    }
+    // The end of the text ends the last line.
+    unsigned char *t = o;
+    while (t > floor && isBlank(t[-1]))
+        --t;
+    if (lineLength == 0 || static_cast<size_t>(o - t) <= lineLength)
+        o = t;
+    return static_cast<size_t>(o - out);
+}
+
+U32 decodeToNew(const unsigned char *in, size_t length, char **output, U32 *output_length, U32 lineLength) noexcept
+{
+    auto *buffer = static_cast<unsigned char *>(RQ_MALLOC(length + 1));
+    if (buffer == nullptr) {
+        ENCODE_logError("ENCODE_fromQP()", ENCODE_ERR_NOMEM, "Not enough core");
+        return ENCODE_ERR_NOMEM;
+    }
+    size_t n = decodeInto(in, length, buffer, lineLength);
+    buffer[n] = 0;
+    *output = reinterpret_cast<char *>(buffer);
+    if (output_length != nullptr)
+        *output_length = static_cast<U32>(n);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+RQ_API U32 enc_qpGetReqBufferSize(const void *input, U32 length, const char *table) noexcept
+{
+    if (input == nullptr && length != 0)
+        return 3;
+    return requiredSize(static_cast<const unsigned char *>(input), length,
+                        table != nullptr ? table : kDefaultTable.data());
+}
+
+RQ_API U32 ENCODE_toQP(const void *input, U32 length, char **output, U32 *output_length, U32 flags) noexcept
+{
+    if (input == nullptr || output == nullptr || output_length == nullptr)
+        return ENCODE_ERR_BADARG;
+    const auto *in = static_cast<const unsigned char *>(input);
+    // Sized with the default table even when CR and LF will be literal: the
+    // literal table never needs more.
+    U32 size = requiredSize(in, length, kDefaultTable.data());
+    const char *table = (flags & ENCODE_QP_LITERAL_CRLF) != 0 ? kCrLfTable.data() : kDefaultTable.data();
+    rq::Block<char> result(RQ_MALLOC(size));
+    if (!result) {
+        ENCODE_logError("ENCODE_toQP()", ENCODE_ERR_NOMEM, "Not enough core");
+        return ENCODE_ERR_NOMEM;
+    }
+    if ((flags & ENCODE_QP_WRAP) == 0) {
+        size_t n = escapeInto(in, length, table, result.get(), size);
+        if (n == 0)
+            return ENCODE_ERR_NOSPACE;
+        *output = result.release();
+        *output_length = static_cast<U32>(n);
+        return 0;
+    }
+    rq::Block<char> flat(RQ_MALLOC(size));
+    if (!flat) {
+        *output = nullptr;
+        ENCODE_logError("ENCODE_toQP()", ENCODE_ERR_NOMEM, "Not enough core");
+        return ENCODE_ERR_NOMEM;
+    }
+    size_t n = escapeInto(in, length, table, flat.get(), size);
+    if (n == 0)
+        return ENCODE_ERR_NOSPACE;
+    // The estimate counts 76 characters and a 2-byte break per line; wrapped
+    // lines hold 75 and a 3-byte soft break, so long text needs more room.
+    size_t need = wrapInto(flat.get(), n - 1, nullptr);
+    if (need > size) {
+        void *bigger = RQ_REALLOC(result.get(), need);
+        if (bigger == nullptr) {
+            *output = nullptr;
+            ENCODE_logError("ENCODE_toQP()", ENCODE_ERR_NOMEM, "Not enough core");
+            return ENCODE_ERR_NOMEM;
+        }
+        result.release();
+        result.reset(bigger);
+    }
+    size_t w = wrapInto(flat.get(), n - 1, result.get());
+    *output = result.release();
+    *output_length = static_cast<U32>(w);
+    return 0;
+}
+
+RQ_API U32 ENCODE_convertToQuotedPrintable(const char *text, char **output, U32 *column) noexcept
+{
+    if (text == nullptr || output == nullptr || column == nullptr)
+        return ENCODE_ERR_BADARG;
+    const auto *in = reinterpret_cast<const unsigned char *>(text);
+    size_t size = 1;
+    U32 col = *column;
+    for (const unsigned char *p = in; *p != 0; ++p) {
+        unsigned width = kOldTable[*p] == 'x' ? 1 : 3;
+        size += width;
+        col += width;
+        if (col > 71) {
+            size += 4;
+            col = 1;
+        }
+    }
+    char *buffer = static_cast<char *>(RQ_MALLOC(size));
+    if (buffer == nullptr) {
+        ENCODE_logError("ENCODE_convertToQuotedPrintable()", ENCODE_ERR_NOMEM, "Not enough core");
+        return ENCODE_ERR_NOMEM;
+    }
+    char *o = buffer;
+    col = *column;
+    for (const unsigned char *p = in; *p != 0; ++p) {
+        unsigned char c = *p;
+        if (kOldTable[c] == 'x') {
+            *o++ = static_cast<char>(c);
+            col += 1;
+        } else {
+            o[0] = '=';
+            o[1] = kHex[c >> 4];
+            o[2] = kHex[c & 15];
+            o += 3;
+            col += 3;
+        }
+        if (col > 71) {
+            // The continuation starts with a blank so that it is also a
+            // folded header line; header writers rely on it.
+            std::memcpy(o, "=\r\n ", 4);
+            o += 4;
+            col = 1;
+        }
+    }
+    *o = '\0';
+    *output = buffer;
+    *column = col;
+    return 0;
+}
+
+RQ_API U32 ENCODE_fromQP(const void *input, U32 length, char **output, U32 *output_length, U32 line_length) noexcept
+{
+    if (input == nullptr || output == nullptr || output_length == nullptr)
+        return ENCODE_ERR_BADARG;
+    return decodeToNew(static_cast<const unsigned char *>(input), length, output, output_length, line_length);
+}
+
+RQ_API U32 ENCODE_convertFromQuotedPrintable(const char *text, char **output, U32 *output_length) noexcept
+{
+    if (text == nullptr || output == nullptr)
+        return ENCODE_ERR_BADARG;
+    return decodeToNew(reinterpret_cast<const unsigned char *>(text), std::strlen(text), output, output_length, 0);
+}
+
+RQ_API S32 ENCODE__getCharValue(int c) noexcept
+{
+    return c >= 0 && c < 256 ? kHexValue[static_cast<unsigned>(c)] : -1;
+}
+
+RQ_API S32 ENCODE_strntol(const char *text, U32 count, U32 base) noexcept
+{
+    if (text == nullptr || base < 2 || base > 16)
+        return -1;
+    uint32_t value = 0;
+    for (U32 i = 0; i < count; ++i) {
+        S32 digit = ENCODE__getCharValue(static_cast<unsigned char>(text[i]));
+        if (digit < 0 || static_cast<U32>(digit) >= base)
+            return -1;
+        value = value * base + static_cast<U32>(digit);
+        if (value > 0x7FFFFFFFu)
+            return -1;
+    }
+    return static_cast<S32>(value);
+}
+
+}  // extern "C"

@@ -1,0 +1,319 @@
+// File streams: a file the stream opens and owns, or a caller's descriptor.
+//
+// Line mode reads ahead in blocks where the descriptor can seek and puts
+// the descriptor back just after the bytes the line consumed, so callers
+// see the same positions as with one read(2) per byte; pipes and sockets
+// are read one byte at a time.
+
+#define RQ_SOURCE_TAG "src/lib/core/lib/mime/stream_file"
+#include "internal/rq_mem.h"
+#include "rqcore/stream.h"
+
+#include <cerrno>
+#include <cstdint>
+
+namespace {
+
+enum LastOp : U32 { kOpRead = 1, kOpWrite = 2, kOpSeek = 3, kOpOpened = 4 };
+
+struct FileState {
+    int fd;
+    U32 ownsFd;    // 1 = close on destroy
+    U32 sticky;    // 0, or the status every later operation returns at once
+    U32 spare1;
+    U32 lastOp;
+    U32 spare2;
+    char name[4096];
+};
+
+void trace(const STREAM *s, const char *name) noexcept
+{
+    if ((s->flags & STREAM_TRACE) != 0)
+        STREAM_trace(name);
+}
+
+FileState *stateOf(STREAM *s) noexcept
+{
+    return static_cast<FileState *>(s->privateData);
+}
+
+ssize_t readSome(int fd, void *buffer, size_t size) noexcept
+{
+    ssize_t r;
+    do
+        r = ::read(fd, buffer, size);
+    while (r < 0 && errno == EINTR);
+    return r;
+}
+
+// The line scanner shared by both reading strategies.  Bytes are fed one at
+// a time; it stores data bytes, drops NULs, and after a line end keeps
+// consuming while the last byte taken was a CR (so CR LF, CR CR LF and LF
+// are one line end, and a lone CR swallows the byte after it).
+struct LineScanner {
+    char *buffer;
+    U32 size;
+    U32 stored = 0;
+    bool inLineEnd = false;
+    bool done = false;
+
+    void feed(char c) noexcept
+    {
+        if (inLineEnd) {
+            if (c != '\r')
+                done = true;
+            return;
+        }
+        if (c == '\r' || c == '\n') {
+            inLineEnd = true;
+            if (c == '\n')
+                done = true;
+            return;
+        }
+        if (c != '\0')
+            buffer[stored++] = c;
+        if (stored >= size)
+            done = true;
+    }
+};
+
+U32 finishLine(const LineScanner &line, U32 *count) noexcept
+{
+    if (count != nullptr)
+        *count = line.stored;
+    if (!line.inLineEnd && line.stored < line.size) {
+        // End of file without a line end.
+        line.buffer[line.stored] = '\0';
+        if (line.stored == 0)
+            return STREAM_EOF;
+    }
+    return 0;
+}
+
+U32 readLineByBytes(int fd, LineScanner &line, U32 *count) noexcept
+{
+    while (!line.done) {
+        char c;
+        if (readSome(fd, &c, 1) <= 0)
+            break;
+        line.feed(c);
+    }
+    return finishLine(line, count);
+}
+
+U32 readLineAhead(int fd, off_t start, LineScanner &line, U32 *count) noexcept
+{
+    char block[16384];
+    size_t want = 256;  // most lines are short; grow for long ones
+    off_t consumed = 0;
+    while (!line.done) {
+        ssize_t got = readSome(fd, block, want);
+        if (got <= 0)
+            break;
+        ssize_t i = 0;
+        while (i < got && !line.done)
+            line.feed(block[i++]);
+        consumed += i;
+        if (want < sizeof block)
+            want *= 2;
+    }
+    // Leave the descriptor just after the bytes the line took.
+    if (SIS_CrtLSeek(fd, start + consumed, SEEK_SET) < 0)
+        return 1;
+    return finishLine(line, count);
+}
+
+U32 STREAM_file_init(STREAM *s, void *privateData) noexcept
+{
+    if (s == nullptr)
+        return STREAM_ERR_NULL;
+    trace(s, "STREAM_file_init()");
+    if (privateData == nullptr)
+        return STREAM_ERR_CORRUPT;
+    s->privateData = privateData;
+    stateOf(s)->lastOp = kOpOpened;
+    return 0;
+}
+
+U32 STREAM_file_destroy(STREAM *s) noexcept
+{
+    if (s == nullptr)
+        return STREAM_ERR_NULL;
+    trace(s, "STREAM_file_destroy()");
+    FileState *st = stateOf(s);
+    if (st == nullptr)
+        return STREAM_ERR_CORRUPT;
+    if (st->ownsFd == 1 && st->fd >= 0)
+        ::close(st->fd);
+    RQ_FREE(st);
+    s->privateData = nullptr;
+    return 0;
+}
+
+U32 STREAM_file_write(STREAM *s, const char *bytes, U32 length, U32 *written) noexcept
+{
+    if (s == nullptr || bytes == nullptr)
+        return STREAM_ERR_NULL;
+    trace(s, "STREAM_file_write()");
+    FileState *st = stateOf(s);
+    if (st == nullptr)
+        return STREAM_ERR_CORRUPT;
+    if (st->sticky != 0)
+        return st->sticky;
+    st->lastOp = kOpWrite;
+    // Each attempt writes the whole buffer from its start; a partial write
+    // therefore ends as a short write below.
+    int64_t total = 0;
+    ssize_t last = 0;
+    while (total < int64_t{length}) {
+        last = ::write(st->fd, bytes, length);
+        if (last <= 0) {
+            if (errno == EINTR && last < 0)
+                continue;
+            break;
+        }
+        total += last;
+    }
+    if (length == 0)
+        last = 0;
+    if (written != nullptr)
+        *written = last > 0 ? static_cast<U32>(last) : 0;
+    if (last != static_cast<ssize_t>(length)) {
+        st->sticky = 1;  // every later operation now fails at once
+        return 1;
+    }
+    return 0;
+}
+
+U32 STREAM_file_read(STREAM *s, char *buffer, U32 size, U32 *count) noexcept
+{
+    if (s == nullptr || buffer == nullptr)
+        return STREAM_ERR_NULL;
+    trace(s, "STREAM_file_read()");
+    FileState *st = stateOf(s);
+    if (st == nullptr)
+        return STREAM_ERR_CORRUPT;
+    if (st->sticky != 0)
+        return st->sticky;
+    st->lastOp = kOpRead;
+    if ((s->flags & STREAM_LINE_MODE) == 0) {
+        ssize_t got = readSome(st->fd, buffer, size);
+        if (got == 0) {
+            if (count != nullptr)
+                *count = 0;
+            return STREAM_EOF;
+        }
+        if (count != nullptr)
+            *count = got > 0 ? static_cast<U32>(got) : 0;
+        // A failed read(2) is the stream family's bare failure, never a count.
+        return got > 0 ? 0u : 1u;
+    }
+    LineScanner line{buffer, size};
+    if (size == 0) {
+        if (count != nullptr)
+            *count = 0;
+        return 0;
+    }
+    off_t start = SIS_CrtLSeek(st->fd, 0, SEEK_CUR);
+    if (start < 0)
+        return readLineByBytes(st->fd, line, count);
+    return readLineAhead(st->fd, start, line, count);
+}
+
+U32 STREAM_file_seek(STREAM *s, S32 offset, U32 whence, U32 *previous) noexcept
+{
+    if (s == nullptr)
+        return STREAM_ERR_NULL;
+    trace(s, "STREAM_file_seek()");
+    FileState *st = stateOf(s);
+    if (st == nullptr)
+        return STREAM_ERR_CORRUPT;
+    if (st->sticky != 0)
+        return st->sticky;
+    st->lastOp = kOpSeek;
+    if (previous != nullptr) {
+        int64_t here = SIS_CrtLSeek(st->fd, 0, SEEK_CUR);
+        if (here == -1)
+            return STREAM_ERR_NOT_ALLOWED;
+        *previous = static_cast<U32>(here);
+    }
+    int how;
+    switch (whence) {
+    case STREAM_SEEK_SET:
+        how = SEEK_SET;
+        break;
+    case STREAM_SEEK_CUR:
+        how = SEEK_CUR;
+        break;
+    case STREAM_SEEK_END:
+        how = SEEK_END;
+        break;
+    default:
+        return STREAM_ERR_NOT_ALLOWED;
+    }
+    // 1 on success and 0 on failure: callers that only want the position
+    // pass `previous` and never test this result.
+    return SIS_CrtLSeek(st->fd, offset, how) == -1 ? 0u : 1u;
+}
+
+U32 attach(STREAM **out, int fd, U32 owns, const char *path, U32 flags) noexcept
+{
+    auto *st = static_cast<FileState *>(RQ_CALLOC(1, sizeof(FileState)));
+    if (st == nullptr)
+        return STREAM_ERR_NOMEM;
+    st->fd = fd;
+    st->ownsFd = owns;
+    if (path != nullptr) {
+        std::strncpy(st->name, path, sizeof st->name - 1);
+        st->name[sizeof st->name - 1] = '\0';
+    }
+    U32 status = STREAM_new(out, flags, STREAM_KIND_FILE, STREAM_file_init, STREAM_file_destroy, STREAM_file_read,
+                            STREAM_file_write, STREAM_file_seek, st);
+    if (status == STREAM_ERR_NOMEM || status == STREAM_ERR_NULL) {
+        RQ_FREE(st);
+        return status;
+    }
+    return status;
+}
+
+}  // namespace
+
+extern "C" {
+
+RQ_API U32 STREAM_attachToFilename(STREAM **out, const char *path, U32 flags) noexcept
+{
+    if (out == nullptr || path == nullptr)
+        return STREAM_ERR_NULL;
+    *out = nullptr;
+    bool reading = (flags & STREAM_READ) != 0;
+    bool writing = (flags & STREAM_WRITE) != 0;
+    if (!reading && !writing)
+        return STREAM_ERR_NO_MODE;
+    int how = O_CREAT;
+    if ((flags & STREAM_APPEND) != 0)
+        how |= O_APPEND;
+    else if (writing)
+        how |= O_TRUNC;
+    if (reading && writing)
+        how |= O_RDWR;
+    else if (writing)
+        how |= O_WRONLY;
+    rq::Fd fd(SIS_CrtOpen(path, how, 0600));
+    if (!fd.ok())
+        return 1;
+    U32 status = attach(out, fd.get(), 1, path, flags);
+    if (status != STREAM_ERR_NOMEM && status != STREAM_ERR_NULL)
+        fd.release();  // the stream owns it now
+    return status;
+}
+
+RQ_API U32 STREAM_attachToFile(STREAM **out, int fd, U32 flags) noexcept
+{
+    if (out == nullptr)
+        return STREAM_ERR_NULL;
+    if (fd < 0)
+        return 1;
+    return attach(out, fd, 0, nullptr, flags);
+}
+
+}  // extern "C"
