@@ -28,7 +28,7 @@ TEST(MailAddress, AcceptsMailboxes)
         "jane@[lit]",
         "jane@[10.0.0.1]",
         "jane@[a\\]b]",          // a quoted pair inside a domain literal
-        "a[b@host",              // "[" is not an atom special here
+        "a[b@host",              // "[" does not end an atom here
         "\"j d\"@host",
         "o'hara+tag@x-y.z",
         "Jane\t\"Q\"  <j@h>",

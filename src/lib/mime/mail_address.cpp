@@ -19,9 +19,9 @@ inline bool isBlank(int c) noexcept
     return c == ' ' || c == '\t';
 }
 
-// The specials that end an atom.  The slash is one and the square brackets
-// are not; callers rely on "a/b@host" failing and "a[b@host" passing.
-inline bool isAtomSpecial(int c) noexcept
+// The punctuation that ends an atom.  The slash does and the square brackets
+// do not; callers rely on "a/b@host" failing and "a[b@host" passing.
+inline bool isAtomStop(int c) noexcept
 {
     switch (c) {
     case '(': case ')': case '<': case '>': case '@': case ',': case ';':
@@ -34,7 +34,7 @@ inline bool isAtomSpecial(int c) noexcept
 
 inline bool endsAtom(int c) noexcept
 {
-    return c < 1 || c <= 0x1F || c == 0x7F || c == ' ' || isAtomSpecial(c);
+    return c < 1 || c <= 0x1F || c == 0x7F || c == ' ' || isAtomStop(c);
 }
 
 bool holdsAngle(const char *text) noexcept

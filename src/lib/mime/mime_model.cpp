@@ -4,8 +4,6 @@
 #include "mime_internal.h"
 #include "rqcore/charmap.h"
 
-extern "C" U32 CHARMAP_getCharacterSetID(const char *name, U32 *id) noexcept;  // interim, until charmap.h declares it
-
 #include <ctime>
 
 // The MIME model: contexts, fields with their parameters, parts and
