@@ -1,0 +1,154 @@
+// Internal to librqcore: the list header and element layout shared by the
+// list sources, and the lock guards that pair every MemLock with MemUnlock.
+//
+// Element block: [next handle, U32][data][padding to 4][identifier], plus 8
+// spare bytes.  For string data the data part is the stored text with its
+// NUL, so the identifier's offset differs from element to element.
+#ifndef RQ_LIST_INTERNAL_H
+#define RQ_LIST_INTERNAL_H
+
+#include "rqcore/frame.h"
+#include "rqcore/lists.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace rq::list {
+
+struct Header {
+    RQHANDLE first;
+    RQHANDLE prev;     // element before current (0: current is first, or none)
+    RQHANDLE current;  // current == prev (non-zero) marks a deleted current element
+    RQHANDLE last;
+    U32 flags;
+    U32 dataSize;
+    U32 idSize;
+    U32 count;
+    DX_LIST_CMPFCT idCmp;
+    DX_LIST_CMPFCT dataCmp;
+};
+
+constexpr U32 kElementSlack = 8;
+
+// One lock of a handle's block, released when the guard goes.
+template <typename T>
+class Locked {
+public:
+    explicit Locked(RQHANDLE h) noexcept : p_(static_cast<T *>(MemLock(h))) {}
+    ~Locked()
+    {
+        if (p_ != nullptr)
+            MemUnlock();
+    }
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+    T *get() const noexcept { return p_; }
+    T *operator->() const noexcept { return p_; }
+    explicit operator bool() const noexcept { return p_ != nullptr; }
+
+private:
+    T *p_;
+};
+
+using HeaderLock = Locked<Header>;
+using ElementLock = Locked<U8>;
+
+// Stored length of a text bounded by `cap` bytes: strlen + 1, at most cap.
+inline U32 textLength(const void *text, U32 cap) noexcept
+{
+    if (cap == 0)
+        return 0;
+    size_t n = strnlen(static_cast<const char *>(text), cap);
+    return n < cap ? static_cast<U32>(n) + 1 : cap;
+}
+
+inline U32 pad4(U32 n) noexcept { return (4u - (n & 3u)) & 3u; }
+
+inline RQHANDLE nextOf(const U8 *e) noexcept
+{
+    RQHANDLE n;
+    std::memcpy(&n, e, sizeof n);
+    return n;
+}
+
+inline void setNext(U8 *e, RQHANDLE n) noexcept { std::memcpy(e, &n, sizeof n); }
+
+inline U8 *dataOf(U8 *e) noexcept { return e + 4; }
+inline const U8 *dataOf(const U8 *e) noexcept { return e + 4; }
+
+inline U32 storedDataLength(const Header &h, const U8 *e) noexcept
+{
+    if ((h.flags & DX_LIST_STRING_DATA) != 0)
+        return textLength(dataOf(e), h.dataSize);
+    return h.dataSize;
+}
+
+inline U32 idOffset(const Header &h, const U8 *e) noexcept
+{
+    U32 n = storedDataLength(h, e);
+    return 4 + n + pad4(n);
+}
+
+inline U8 *idOf(const Header &h, U8 *e) noexcept { return e + idOffset(h, e); }
+inline const U8 *idOf(const Header &h, const U8 *e) noexcept { return e + idOffset(h, e); }
+
+// Identifier, then data when both data pointers are given.
+inline S32 cellCompare(const Header &h, const void *idA, const void *dataA, const void *idB,
+                       const void *dataB) noexcept
+{
+    S32 c = h.idCmp(idA, idB, h.idSize);
+    if (c != 0 || dataA == nullptr || dataB == nullptr)
+        return c;
+    return h.dataCmp(dataA, dataB, h.dataSize);
+}
+
+// Copies an identifier or data item as the list stores it: a bounded text
+// (zero-filled to `size`) or `size` bytes.
+inline void copyItem(void *dest, const void *src, U32 size, bool text) noexcept
+{
+    if (text)
+        DX_MemStrnCopy(dest, src, size);
+    else if (size != 0)
+        std::memcpy(dest, src, size);
+}
+
+// Copies an element's identifier and data out to the caller's buffers.
+inline void readElement(const Header &h, const U8 *e, void *idOut, void *dataOut) noexcept
+{
+    if (idOut != nullptr)
+        copyItem(idOut, idOf(h, e), h.idSize, (h.flags & DX_LIST_STRING_ID) != 0);
+    if (dataOut != nullptr && h.dataSize != 0)
+        copyItem(dataOut, dataOf(e), h.dataSize, (h.flags & DX_LIST_STRING_DATA) != 0);
+}
+
+// Finds the first element matching `id` (and `refData` when given) by a
+// walk over the chain; the header stays locked by the caller.  Returns false
+// with *lockFailed set when an element could not be locked.
+bool findElement(const Header &h, const void *id, const void *refData, RQHANDLE *before, RQHANDLE *found,
+                 bool *lockFailed) noexcept;
+
+// Writes data, then the identifier after the data as now stored; a null
+// pointer leaves that part as it is.  The element must have room.
+void writeContents(const Header &h, U8 *e, const void *id, const void *data) noexcept;
+
+// Builds an element holding (id, data) linked to `next`: 0 or an element code.
+U32 makeElement(const Header &h, RQHANDLE *element, const void *id, const void *data, RQHANDLE next) noexcept;
+
+// Unlinks `e` (whose predecessor is `before`) from the chain and frees it,
+// keeping first, last, the walking position and the count right.  Returns
+// false when an element could not be locked.
+bool unlinkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept;
+
+// Links the new element `e` (already pointing at `before`'s successor) after
+// `before` (0: at the front), keeping first, last, position and count right.
+bool linkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept;
+
+// The add operations on a locked header, shared by the checked and
+// unchecked public forms and by the ordered insert.
+U32 addFirst(Header &h, const void *id, const void *data) noexcept;
+U32 alwaysAddLast(Header &h, const void *id, const void *data) noexcept;
+U32 addSorted(Header &h, const void *id, const void *data) noexcept;
+
+}  // namespace rq::list
+
+#endif

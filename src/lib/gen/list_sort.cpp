@@ -1,0 +1,207 @@
+// Sorting a list in place, and testing whether it is sorted.
+//
+// The sort is a quicksort over the chain: the pivot of a segment is its
+// last element, and contents (identifier and data) move between element
+// blocks while the links stay put.  That is why lists whose elements vary in
+// size (string identifiers or data) are refused.  Pending segments wait on a
+// work list, itself a list of 12-byte identifiers (count, first, last) used
+// as a stack.
+
+#define RQ_SOURCE_TAG "src/lib/core/lib/gen/list_sort"
+#include "internal/rq_mem.h"
+
+#include "list_internal.h"
+
+#include <cstring>
+
+using namespace rq::list;
+
+namespace {
+
+constexpr U32 kWorkListFlags = 0x08;
+
+struct Segment {
+    U32 count;
+    RQHANDLE first;
+    RQHANDLE last;
+};
+static_assert(sizeof(Segment) == 12);
+
+// Fixed layouts put data and identifier at the same offsets in every
+// element, so one contiguous swap after the link moves both.
+void swapContents(const Header &h, U8 *a, U8 *b) noexcept
+{
+    U32 n = h.dataSize + pad4(h.dataSize) + h.idSize;
+    U8 *pa = a + 4, *pb = b + 4;
+    U8 tmp[64];
+    while (n != 0) {
+        U32 chunk = n < sizeof tmp ? n : static_cast<U32>(sizeof tmp);
+        std::memcpy(tmp, pa, chunk);
+        std::memcpy(pa, pb, chunk);
+        std::memcpy(pb, tmp, chunk);
+        pa += chunk;
+        pb += chunk;
+        n -= chunk;
+    }
+}
+
+S32 compareElements(const Header &h, const U8 *a, const U8 *b) noexcept
+{
+    return cellCompare(h, idOf(h, a), dataOf(a), idOf(h, b), dataOf(b));
+}
+
+// Partitions one segment around its last element.  left/right get count 0
+// when that part needs no further sorting.
+U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right) noexcept
+{
+    *left = Segment{};
+    *right = Segment{};
+    ElementLock pivot(seg.last);
+    if (!pivot)
+        return DX_LIST_ERR_PARTITION_LOCK_1;
+    RQHANDLE store = seg.first, storePrev = 0, cur = seg.first;
+    U32 leftCount = 0, rightCount = 0;
+    bool anyUnequal = false;
+    for (U32 i = 0; i + 1 < seg.count; ++i) {
+        ElementLock e(cur);
+        if (!e)
+            return DX_LIST_ERR_PARTITION_LOCK_2;
+        RQHANDLE next = nextOf(e.get());
+        S32 c = compareElements(h, e.get(), pivot.get());
+        anyUnequal = anyUnequal || c != 0;
+        if (c <= 0) {
+            RQHANDLE afterStore = next;
+            if (cur != store) {
+                ElementLock s(store);
+                if (!s)
+                    return DX_LIST_ERR_PARTITION_LOCK_3;
+                swapContents(h, s.get(), e.get());
+                afterStore = nextOf(s.get());
+            }
+            storePrev = store;
+            store = afterStore;
+            ++leftCount;
+        } else {
+            ++rightCount;
+        }
+        cur = next;
+        if (cur == 0 && i + 2 < seg.count)
+            return DX_LIST_ERR_PARTITION_LOCK_4;  // the chain ended inside the segment
+    }
+    // Every element equal to the pivot: the segment is done.
+    if (!anyUnequal)
+        return 0;
+    RQHANDLE afterStore = 0;
+    if (store != seg.last) {
+        ElementLock s(store);
+        if (!s)
+            return DX_LIST_ERR_PARTITION_LOCK_5;
+        swapContents(h, s.get(), pivot.get());
+        afterStore = nextOf(s.get());
+    }
+    if (leftCount > 1)
+        *left = Segment{leftCount, seg.first, storePrev};
+    if (rightCount > 1)
+        *right = Segment{rightCount, afterStore, seg.last};
+    return 0;
+}
+
+// The list's refusals; on success *h holds its header with the given
+// compare functions in place of its own.
+U32 prepare(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare, Header *h) noexcept
+{
+    HeaderLock lh(list);
+    if (!lh)
+        return DX_LIST_ERR_SORT_LOCK;
+    if ((lh->flags & (DX_LIST_STRING_ID | DX_LIST_STRING_DATA)) != 0)
+        return DX_LIST_ERR_SORT_REFUSED;
+    // A sorted list keeps the order of its own functions.
+    if ((lh->flags & DX_LIST_SORTED) != 0 && (idCompare != nullptr || dataCompare != nullptr))
+        return DX_LIST_ERR_SORT_REFUSED;
+    *h = *lh.get();
+    if (idCompare != nullptr)
+        h->idCmp = idCompare;
+    if (dataCompare != nullptr)
+        h->dataCmp = dataCompare;
+    return 0;
+}
+
+U32 pushSegment(HLIST work, const Segment &seg) noexcept
+{
+    U32 id[3] = {seg.count, seg.first, seg.last};
+    return DX_ListAddTo(work, id, nullptr);  // adds at the front: a stack
+}
+
+}  // namespace
+
+extern "C" {
+
+RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare) noexcept
+{
+    // The given functions stand in for the list's own during the sort only;
+    // they are applied from a copy of the header, so the list's own stay.
+    Header h;
+    if (U32 status = prepare(list, idCompare, dataCompare, &h); status != 0)
+        return status;
+    if (h.count < 2)
+        return 0;
+    HLIST work = 0;
+    if (U32 status = DX_ListCreate(&work, sizeof(Segment), 0, kWorkListFlags, nullptr, nullptr); status != 0)
+        return status;
+    rq::ScopeExit dropWork([&]() noexcept { DX_ListDestroy(&work); });
+    if (U32 status = pushSegment(work, Segment{h.count, h.first, h.last}); status != 0)
+        return status;
+    for (;;) {
+        U32 id[3];
+        U32 status = DX_ListGetFirst(work, id, nullptr);
+        if (status == DX_LIST_END)
+            return 0;  // the work list ran dry: sorted
+        if (status != 0)
+            return status;
+        Segment seg{id[0], id[1], id[2]}, left, right;
+        if (seg.count >= 2) {
+            if ((status = partition(h, seg, &left, &right)) != 0)
+                return status;
+        } else {
+            left = right = Segment{};
+        }
+        if ((status = DX_ListDeleteCurrent(work)) != 0)
+            return status;
+        // Left first, then right: the right part is taken next.
+        if (left.count > 1 && (status = pushSegment(work, left)) != 0)
+            return status;
+        if (right.count > 1 && (status = pushSegment(work, right)) != 0)
+            return status;
+    }
+}
+
+RQ_API U32 DX_ListIsSorted(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare, U32 *sorted) noexcept
+{
+    if (sorted == nullptr)
+        return DX_LIST_ERR_SORT_LOCK;
+    *sorted = 0;
+    Header h;
+    if (U32 status = prepare(list, idCompare, dataCompare, &h); status != 0)
+        return status;
+    RQHANDLE prev = h.first;
+    RQHANDLE cur = 0;
+    if (prev != 0) {
+        ElementLock e(prev);
+        if (!e)
+            return DX_LIST_ERR_SORT_LOCK;
+        cur = nextOf(e.get());
+    }
+    while (cur != 0) {
+        ElementLock a(prev), b(cur);
+        if (!a || !b)
+            return DX_LIST_ERR_SORT_LOCK;
+        if (compareElements(h, a.get(), b.get()) > 0)
+            return 0;
+        prev = cur;
+        cur = nextOf(b.get());
+    }
+    *sorted = 1;
+    return 0;
+}
+
+}  // extern "C"
