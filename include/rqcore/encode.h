@@ -19,15 +19,17 @@
  *   Both decoders follow RFC 2045 section 6.7's advice for a robust reader:
  *   - "=XX" with two hexadecimal digits becomes the byte; lower-case digits
  *     are accepted as well as upper-case ones;
- *   - a soft break ('=' then CR LF, or '=' then a bare LF) is dropped, and so
- *     is white space between that '=' and the line end (transport padding);
- *   - white space (blanks and TABs) directly before a line end is transport
- *     padding and is dropped, provided the run is no longer than the
- *     decoder's line length (0 = no limit): a longer run cannot have been
- *     added to one encoded line, so it is kept as text;
+ *   - a soft break ('=' then CR LF, a bare LF, a bare CR, or the end of the
+ *     text) is dropped, and so is white space between that '=' and the line
+ *     end (transport padding); a body that ends in "=" thus has no final
+ *     line end;
+ *   - white space (blanks and TABs) directly before a line end or the end of
+ *     the text is transport padding and is dropped, provided the run is no
+ *     longer than the decoder's line length (0 = no limit): a longer run
+ *     cannot have been added to one encoded line, so it is kept as text;
+ *     white space produced by "=20" or "=09" is always kept;
  *   - an '=' that starts neither a valid "=XX" nor a soft break is copied as
- *     it is, and so is what follows it ("=4G" stays "=4G", a final '='
- *     stays '=');
+ *     it is, and what follows is read as text ("=4G" stays "=4G");
  *   - line ends (CR LF, bare LF, bare CR) and every other byte are copied
  *     unchanged.
  *   The decoded text is never longer than the input; it is NUL-terminated

@@ -275,8 +275,12 @@ RQ_API U32 ENCODE_convertFromBase64(const char *text, U32 *out_length, char **ou
         return ENCODE_ERR_NOMEM;
     }
     DecodeResult r = decodeInto(reinterpret_cast<const unsigned char *>(text), length, buffer);
-    // Everything after the data up to the cleared size is zero, the NUL included.
-    std::memset(buffer + r.length, 0, cleared - r.length);
+    // Everything after the data up to the cleared size is zero, the NUL
+    // included (a short last group can end beyond that size).
+    if (r.length < cleared)
+        std::memset(buffer + r.length, 0, cleared - r.length);
+    else
+        buffer[r.length] = 0;
     *out = reinterpret_cast<char *>(buffer);
     *out_length = static_cast<U32>(r.length);
     return r.status;

@@ -227,8 +227,10 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
     unsigned char *floor = out;  // trailing white space below this is content
     for (;;) {
 #if defined(__SSE2__)
-        // Copy 16 bytes at a time up to the next '=', CR or LF.  The store
-        // stays inside the buffer: the output never runs ahead of the input.
+        // Copy 16 bytes at a time up to the next '=', CR or LF, and settle the
+        // common cases (a valid escape, a soft break, a line end after a
+        // non-blank) without leaving the loop.  The store stays inside the
+        // buffer: the output never runs ahead of the input.
         const __m128i eq = _mm_set1_epi8('=');
         const __m128i cr = _mm_set1_epi8('\r');
         const __m128i lf = _mm_set1_epi8('\n');
@@ -238,14 +240,44 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
                                        _mm_cmpeq_epi8(v, lf));
             _mm_storeu_si128(reinterpret_cast<__m128i *>(o), v);
             unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hit));
-            if (mask != 0) {
-                unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
-                p += k;
-                o += k;
+            if (mask == 0) {
+                p += 16;
+                o += 16;
+                continue;
+            }
+            unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
+            p += k;
+            o += k;
+            if (end - p < 3)
+                break;  // the lookahead below needs two more bytes
+            if (*p == '=') {
+                int hi = kHexValue[p[1]];
+                int lo = kHexValue[p[2]];
+                if ((hi | lo) >= 0) {
+                    *o++ = static_cast<unsigned char>(hi << 4 | lo);
+                    p += 3;
+                    floor = o;
+                    continue;
+                }
+                if (p[1] == '\r' && p[2] == '\n') {
+                    p += 3;
+                    floor = o;
+                    continue;
+                }
                 break;
             }
-            p += 16;
-            o += 16;
+            if (o > floor && isBlank(o[-1]))
+                break;
+            // CR LF in one step (the LF is inside the 16 bytes loaded).
+            if (p[0] == '\r' && p[1] == '\n') {
+                o[0] = '\r';
+                o[1] = '\n';
+                o += 2;
+                p += 2;
+            } else {
+                *o++ = *p++;
+            }
+            floor = o;
         }
 #endif
         while (p < end && *p != '=' && *p != '\r' && *p != '\n')
@@ -279,6 +311,7 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
             ++q;
         if (q == end) {
             p = q;
+            floor = o;  // the soft break protects the white space before it
             break;
         }
         if (*q == '\n') {
