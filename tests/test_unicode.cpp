@@ -3,11 +3,13 @@
 // oddities, every destination size and every failed allocation.
 #include "rqtest.h"
 
+#include "rqcore/charmap.h"
 #include "rqcore/unicode.h"
 #include "rqsis/rqsis_test.h"
 
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -435,6 +437,58 @@ TEST_F(Unicode, EightBitMappingsAndDecomposition)
     UNICODE_DestroyConverter_8bit(state);
 }
 
+TEST_F(Unicode, EightBitAgreesWithAPlainModel)
+{
+    // A plain model of the 8-bit tables (256 characters one way, a map the
+    // other) against the converter's grouped fast paths: random tables that
+    // are near the identity, random texts at every alignment.
+    rqtest::LeakCheck leaks;
+    std::mt19937 random(99);
+    for (int round = 0; round < 40; ++round) {
+        Converter c(UNICODE_TYPE_8BIT);
+        std::vector<UNICODE_CHAR> to(256, 0xFFFD);
+        std::map<U32, unsigned char> from;
+        int changes = static_cast<int>(random() % 4);
+        for (U32 b = 1; b < 256; ++b) {
+            U32 u = b;
+            if (round % 3 != 0 && random() % 64 < static_cast<unsigned>(changes))
+                u = 0x100 + random() % 0x300;  // a few bytes mapped elsewhere
+            ASSERT_EQ(addMapping(c, {b}, {u}), 0u);
+            to[b] = static_cast<UNICODE_CHAR>(u);
+            from[u] = static_cast<unsigned char>(b);
+        }
+        if (round % 5 == 1) {  // break the identity, then restore it
+            ASSERT_EQ(addMapping(c, {0x41}, {0x42}), 0u);
+            ASSERT_EQ(addMapping(c, {0x41}, {0x41}), 0u);
+            ASSERT_EQ(addMapping(c, {0x42}, {0x42}), 0u);
+            from[0x41] = 0x41;
+            from[0x42] = 0x42;
+            to[0x41] = 0x41;
+            to[0x42] = 0x42;
+        }
+        for (int t = 0; t < 20; ++t) {
+            std::string bytes;
+            size_t length = random() % 100;
+            for (size_t i = 0; i < length; ++i)
+                bytes.push_back(static_cast<char>(random() % 3 == 0 ? 0x80 + random() % 0x80 : 0x20 + random() % 0x60));
+            std::string padded = std::string(random() % 16, 'x') + bytes;  // every alignment
+            U16String expected;
+            for (unsigned char b : padded)
+                expected.push_back(static_cast<char16_t>(to[b]));
+            ASSERT_EQ(toUnicode(c, padded), expected);
+            U16String chars;
+            for (size_t i = 0; i < length; ++i)
+                chars.push_back(static_cast<char16_t>(random() % 4 == 0 ? random() % 0x400 + 1 : 0x20 + random() % 0x60));
+            std::string back;
+            for (char16_t ch : chars) {
+                auto it = from.find(ch);
+                back.push_back(it != from.end() ? static_cast<char>(it->second) : '\x1A');
+            }
+            ASSERT_EQ(fromUnicode(c, chars), back);
+        }
+    }
+}
+
 // ---- multibyte ---------------------------------------------------------------------
 
 TEST_F(Unicode, MbcsMappingRules)
@@ -803,6 +857,64 @@ TEST_F(Unicode, FullyAutoConvert)
     EXPECT_EQ(UNICODE_FullyAutoConvert(1, 0, utf8, text, nullptr, &out, nullptr), 0x18390u);
     EXPECT_EQ(UNICODE_FullyAutoConvert(0, 0, utf8, "\xA9", latin1, &out, nullptr), 0x18393u)
         << "invalid input passes through unchanged";
+}
+
+TEST_F(Unicode, AutoConverterFromCharacterSetNames)
+{
+    rqtest::LeakCheck leaks;
+    rqtest::TempDir dir;
+    // Map files named as the character-set names derive them (ISO-8859-1 ->
+    // ISO88591.MAP, Shift_JIS -> SHIFTJIS.MAP, T61 -> T61.MAP).
+    writeFile(dir.file("ISO88591.MAP"), "41 0041\nE9 00E9\n");
+    writeFile(dir.file("SHIFTJIS.MAP"), "41 0041\n82+A0 3042\n");
+    writeFile(dir.file("T61.MAP"), "41 0041\n41+41+41+41+41+41+41+41+41 0042\n");
+    ASSERT_EQ(CHARMAP_setConfigDirectory(nullptr), 0u);
+    struct Case {
+        const char *name;
+        U32 status;
+        std::string probe;
+        U16String expected;
+    } cases[] = {
+        {"latin1", 0, "A\xE9\x80", u"A\xE9\xFFFD"},
+        {"csShiftJIS", 0, "A\x82\xA0", u"A\x3042"},
+        {"utf_8", 0, "\xE2\x82\xAC", u"\x20AC"},            // no map file needed
+        {"klingon", 0x18391, "", u""},
+        {"UNKNOWN", 0x18391, "", u""},                      // the set known to be unknown
+        {"latin2", 0x18342, "", u""},                       // ISO88592.MAP is missing
+        {"T61", 0x183FD, "", u""},                          // add-mapping's own failure...
+        {"ISO-2022-JP", 0x18360, "", u""},                  // registered without create
+    };
+    for (const Case &k : cases) {
+        SCOPED_TRACE(k.name);
+        UNICODE_CONVERTER *c = reinterpret_cast<UNICODE_CONVERTER *>(&c);
+        U32 rc = UNICODE_AutoConverterCreate(0, &c, dir.path().c_str(), k.name);
+        // ...is not among the statuses handed back unchanged: it becomes 0x18360.
+        EXPECT_EQ(rc, k.status == 0x183FDu ? 0x18360u : k.status);
+        if (rc != 0)
+            continue;
+        EXPECT_EQ(toUnicode(c, k.probe), k.expected);
+        EXPECT_EQ(UNICODE_AutoConverterDestroy(0, &c), 0u);
+        EXPECT_EQ(c, nullptr);
+    }
+    UNICODE_CONVERTER *c = nullptr;
+    EXPECT_EQ(UNICODE_AutoConverterCreate(1, &c, dir.path().c_str(), "latin1"), 0x18390u);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, nullptr, dir.path().c_str(), "latin1"), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, &c, nullptr, "latin1"), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, &c, dir.path().c_str(), nullptr), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterCreate(0, &c, (dir.path() + "/missing").c_str(), "latin1"), 0x18342u)
+        << "a missing map directory";
+    EXPECT_EQ(UNICODE_AutoConverterDestroy(0, nullptr), 0x183FBu);
+    EXPECT_EQ(UNICODE_AutoConverterDestroy(0, &c), 0x18360u) << "destroying nothing fails";
+
+    rqtest::allocationSweep(
+        [&dir] {
+            UNICODE_CONVERTER *made = nullptr;
+            U32 rc = UNICODE_AutoConverterCreate(0, &made, dir.path().c_str(), "csShiftJIS");
+            if (rc == 0)
+                UNICODE_AutoConverterDestroy(0, &made);
+            return rc;
+        },
+        [](U32 status) { EXPECT_TRUE(status == 0x18340u || status == 0x18360u) << status; });
 }
 
 // ---- allocation failures ------------------------------------------------------------------

@@ -4,6 +4,10 @@
 #include "internal/rq_mem.h"
 #include "lib/unicode/unicode_internal.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace rq::unicode {
 
 constexpr unsigned char kSubPageInit = kSub;
@@ -59,6 +63,77 @@ __attribute__((no_sanitize("address"))) const unsigned char *translateAligned(co
     return s;
 }
 
+#if defined(__SSE2__)
+// For tables that map ASCII to itself: aligned groups of sixteen bytes
+// without a byte above 0x7F (any group at all when the whole table is the
+// identity) are widened at once, the others looked up byte by byte.  Stops
+// before a group that holds a NUL or does not fit.
+__attribute__((no_sanitize("address"))) const unsigned char *widenAscii(const UNICODE_CHAR *table,
+                                                                      const unsigned char *s, UNICODE_CHAR **dp,
+                                                                      UNICODE_CHAR *limit, bool identity) noexcept
+{
+    UNICODE_CHAR *d = *dp;
+    const __m128i zero = _mm_setzero_si128();
+    while (limit - d >= 16) {
+        __m128i v = _mm_load_si128(reinterpret_cast<const __m128i *>(s));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero)) != 0)
+            break;
+        if (identity || _mm_movemask_epi8(v) == 0) {
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d), _mm_unpacklo_epi8(v, zero));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 8), _mm_unpackhi_epi8(v, zero));
+        } else {
+            for (int i = 0; i < 16; ++i)
+                d[i] = table[s[i]];
+        }
+        s += 16;
+        d += 16;
+    }
+    *dp = d;
+    return s;
+}
+
+// The other direction: aligned groups of eight characters, all below 0x80
+// except those looked up one by one; stops at a NUL, at a character that
+// needs the decomposition path, or when eight bytes do not fit.
+__attribute__((no_sanitize("address"))) const UNICODE_CHAR *narrowAscii(const unsigned char *const *pages,
+                                                                      const UNICODE_CHAR *s, unsigned char **dp,
+                                                                      unsigned char *limit, bool decompose,
+                                                                      bool identity) noexcept
+{
+    unsigned char *d = *dp;
+    const __m128i zero = _mm_setzero_si128();
+    // Characters that the group copy may take as they are.
+    const __m128i highBits = _mm_set1_epi16(static_cast<short>(identity ? 0xFF00 : 0xFF80));
+    while (limit - d >= 8) {
+        __m128i v = _mm_load_si128(reinterpret_cast<const __m128i *>(s));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(v, zero)) != 0)
+            break;
+        unsigned ascii = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, highBits), zero)));
+        if (ascii != 0xFFFF && !decompose) {
+            for (int i = 0; i < 8; ++i)
+                d[i] = pages[s[i] >> 8][s[i] & 0xFF];
+        } else if (ascii != 0xFFFF) {
+            unsigned char bytes[8];
+            bool fallBack = false;
+            for (int i = 0; i < 8; ++i) {
+                UNICODE_CHAR c = s[i];
+                bytes[i] = pages[c >> 8][c & 0xFF];
+                fallBack |= decompose && bytes[i] == rq::unicode::kSub;
+            }
+            if (fallBack)
+                break;
+            std::memcpy(d, bytes, 8);
+        } else {
+            _mm_storel_epi64(reinterpret_cast<__m128i *>(d), _mm_packus_epi16(v, v));
+        }
+        s += 8;
+        d += 8;
+    }
+    *dp = d;
+    return s;
+}
+#endif
+
 }  // namespace
 
 U32 UnicodeTo8Bits(const EightBitState *state, UNICODE_CHAR c, char *out) noexcept
@@ -89,6 +164,10 @@ RQ_API void *UNICODE_NewConverter_8bit(int type, uintptr_t createParameter) noex
         state[0].owned[i] = false;
     }
     state[0].toUnicode = toUnicode.release();
+    state[0].toAsciiBreaks = 127;
+    state[0].fromAsciiBreaks = 126;  // the SUB character itself maps to SUB
+    state[0].toHighBreaks = 128;
+    state[0].fromHighBreaks = 128;
     return state.release();
 }
 
@@ -115,7 +194,14 @@ RQ_API U32 UNICODE_AddMapping_8bit(void *opaque, const U32 *native, const U32 *u
         state->pages[high] = page;
         state->owned[high] = true;
     }
-    const_cast<unsigned char *>(state->pages[high])[u & 0xFF] = static_cast<unsigned char>(n);
+    unsigned char &slot = const_cast<unsigned char *>(state->pages[high])[u & 0xFF];
+    U32 &fromBreaks = u < 0x80 ? state->fromAsciiBreaks : state->fromHighBreaks;
+    if (u >= 1 && u < 0x100)
+        fromBreaks += (slot == u ? 1 : 0) - (n == u ? 1 : 0);
+    U32 &toBreaks = n < 0x80 ? state->toAsciiBreaks : state->toHighBreaks;
+    if (n >= 1)
+        toBreaks += (state->toUnicode[n] == n ? 1 : 0) - (u == n ? 1 : 0);
+    slot = static_cast<unsigned char>(n);
     state->toUnicode[n] = static_cast<UNICODE_CHAR>(u);
     return 0;
 }
@@ -155,7 +241,12 @@ RQ_API U32 UNICODE_ConvertToUnicode_8bit(void *opaque, const char *source, UNICO
     UNICODE_CHAR *const limit = destination + room;
     U32 rc = 0;
     for (;;) {
-        // Eight bytes a step while no NUL is among them and they all fit.
+        // A group a step while no NUL is among them and they all fit.
+#if defined(__SSE2__)
+        if ((reinterpret_cast<uintptr_t>(s) & 15) == 0 && state->toAsciiBreaks == 0)
+            s = widenAscii(table, s, &d, limit, state->toHighBreaks == 0);
+        else
+#endif
         if ((reinterpret_cast<uintptr_t>(s) & 7) == 0)
             s = translateAligned(table, s, &d, limit);
         if (*s == 0)
@@ -186,7 +277,14 @@ RQ_API U32 UNICODE_ConvertFromUnicode_8bit(void *opaque, const UNICODE_CHAR *sou
     const unsigned char *const *pages = state->pages;
     const bool decompose = (flags & UNICODE_FLAG_DECOMPOSE) != 0;
     U32 rc = 0;
+#if defined(__SSE2__)
+    const bool groups = state->fromAsciiBreaks == 0;
+#endif
     for (;;) {
+#if defined(__SSE2__)
+        if (groups && (reinterpret_cast<uintptr_t>(s) & 15) == 0)
+            s = narrowAscii(pages, s, &d, limit, decompose, state->fromHighBreaks == 0);
+#endif
         UNICODE_CHAR c = *s;
         if (c == 0)
             break;

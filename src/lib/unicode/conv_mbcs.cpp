@@ -72,6 +72,95 @@ U32 ensureRow(MbcsState *state, unsigned high, unsigned width) noexcept
 
 }  // namespace
 
+// Walks the trie over the source.  kMeasure: count only.  Stops at the NUL,
+// or with UNICODE_DESTINATION_FULL when `room` characters are out; an
+// unfinished sequence is left for the next call.
+template <bool kMeasure>
+U32 decode(const Node *root, const unsigned char *s, UNICODE_CHAR *destination, size_t room, const char **sourceEnd,
+           size_t *count) noexcept
+{
+    const unsigned char *resume = s;
+    unsigned char pending[kMaxBytes];
+    unsigned npending = 0;
+    size_t out = 0;
+    const Node *node = root;
+    static Node *const kNoChildren[256] = {};
+    Node *const *const rootChildren = root->children != nullptr ? root->children : kNoChildren;
+    U32 rc = 0;
+    for (;;) {
+        if (npending == 0) {
+            // At the root: single bytes and two-byte sequences that end in a
+            // leaf, one step each (the same result as the general walk
+            // below).  No byte value 0 is ever mapped inside a sequence, so
+            // a NUL second byte finds U+FFFD and leaves this loop.
+            while (out < room) {
+                const unsigned char b = *s;
+                const Node *child = rootChildren[b];
+                if (child == nullptr) {
+                    if (b == 0)
+                        break;
+                    if (!kMeasure)
+                        destination[out] = root->values[b];
+                    ++out;
+                    ++s;
+                    continue;
+                }
+                if (child->children != nullptr)
+                    break;
+                const UNICODE_CHAR v = child->values[s[1]];
+                if (v == rq::unicode::kReplacement)
+                    break;
+                if (!kMeasure)
+                    destination[out] = v;
+                ++out;
+                s += 2;
+            }
+            resume = s;
+        }
+        const unsigned char b = *s;
+        if (b == 0)
+            break;
+        if (out >= room) {
+            rc = UNICODE_DESTINATION_FULL;
+            break;
+        }
+        ++s;
+        if (const Node *child = childOf(node, b); child != nullptr && npending < kMaxBytes) {
+            pending[npending++] = b;
+            node = child;
+            continue;
+        }
+        const UNICODE_CHAR v = node->values[b];
+        node = root;
+        if (v != rq::unicode::kReplacement || npending == 0) {
+            if (!kMeasure)
+                destination[out] = v;
+            ++out;
+            resume = s;
+            npending = 0;
+            continue;
+        }
+        // A sequence broken off: each pending byte is taken alone.
+        if (out + npending > room) {
+            rc = UNICODE_DESTINATION_FULL;
+            --s;
+            break;
+        }
+        for (unsigned i = 0; i < npending; ++i) {
+            if (!kMeasure)
+                destination[out] = root->values[pending[i]];
+            ++out;
+        }
+        npending = 0;
+        // The byte that broke the sequence is dropped: callers have always
+        // seen an invalid trail byte disappear.
+        resume = s;
+    }
+    *sourceEnd = reinterpret_cast<const char *>(npending != 0 || rc != 0 ? resume : s);
+    *count = out;
+    return rc;
+}
+
 // Frees a node depth first: its children, their table, then the node.
 // Returns the last non-zero status of a child, 1 for a null node.
 static U32 __nuke_mbcs_node(Node *node) noexcept
@@ -239,64 +328,20 @@ RQ_API U32 UNICODE_ConvertToUnicode_mbcs(void *opaque, const char *source, UNICO
         return UNICODE_ERR_NO_CONVERTER;
     if (source == nullptr || sourceEnd == nullptr || (destination != nullptr && size == nullptr))
         return UNICODE_ERR_NULL;
-    const Node *const root = state->root;
-    if (root == nullptr)
+    if (state->root == nullptr)
         return UNICODE_ERR_NO_TRIE;
-    const bool measuring = destination == nullptr;
-    // One character is kept for the terminator.
-    const size_t room = measuring ? SIZE_MAX : (*size >= 2 ? *size / 2 - 1 : 0);
     const auto *s = reinterpret_cast<const unsigned char *>(source);
-    const unsigned char *resume = s;
-    unsigned char pending[kMaxBytes];
-    unsigned npending = 0;
-    size_t out = 0;  // characters
-    const Node *node = root;
-    U32 rc = 0;
-    for (;; ++s) {
-        const unsigned char b = *s;
-        if (b == 0)
-            break;
-        if (out >= room) {
-            rc = UNICODE_DESTINATION_FULL;
-            break;
-        }
-        if (const Node *child = childOf(node, b); child != nullptr && npending < kMaxBytes) {
-            pending[npending++] = b;
-            node = child;
-            continue;
-        }
-        const UNICODE_CHAR v = node->values[b];
-        node = root;
-        if (v != rq::unicode::kReplacement || npending == 0) {
-            if (!measuring)
-                destination[out] = v;
-            ++out;
-            resume = s + 1;
-            npending = 0;
-            continue;
-        }
-        // A sequence broken off: each pending byte is taken alone.
-        if (out + npending > room) {
-            rc = UNICODE_DESTINATION_FULL;
-            break;
-        }
-        for (unsigned i = 0; i < npending; ++i) {
-            if (!measuring)
-                destination[out] = root->values[pending[i]];
-            ++out;
-        }
-        npending = 0;
-        // The byte that broke the sequence is dropped: callers have always
-        // seen an invalid trail byte disappear.
-        resume = s + 1;
+    if (destination == nullptr) {
+        size_t ignored = 0;
+        return decode<true>(state->root, s, nullptr, SIZE_MAX, sourceEnd, &ignored);
     }
-    // An unfinished sequence is left for the next call.
-    *sourceEnd = reinterpret_cast<const char *>(npending != 0 || rc != 0 ? resume : s);
-    if (!measuring) {
-        if (*size >= 2)
-            destination[out] = 0;
-        *size = static_cast<U32>(out * 2);
-    }
+    // One character is kept for the terminator.
+    const size_t room = *size >= 2 ? *size / 2 - 1 : 0;
+    size_t out = 0;
+    U32 rc = decode<false>(state->root, s, destination, room, sourceEnd, &out);
+    if (*size >= 2)
+        destination[out] = 0;
+    *size = static_cast<U32>(out * 2);
     return rc;
 }
 
@@ -315,6 +360,36 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
     size_t written = 0;
     const UNICODE_CHAR *s = source;
     U32 rc = 0;
+    // While the room holds the longest entry for every character of a
+    // stretch, the stretch needs no room checks.
+    for (size_t stretch = room / kMaxBytes; stretch != 0; stretch = (room - written) / kMaxBytes) {
+        for (; stretch != 0; --stretch, ++s) {
+            const UNICODE_CHAR c = *s;
+            if (c == 0)
+                goto finished;
+            const unsigned char *row = state->rows[c >> 8];
+            if (row == nullptr) {
+                d[written++] = rq::unicode::kSub;
+                continue;
+            }
+            const unsigned width = state->widths[c >> 8];
+            const unsigned char *entry = row + (c & 0xFF) * width;
+            d[written] = entry[0];
+            if (width == 1) {
+                ++written;
+                continue;
+            }
+            d[written + 1] = entry[1];
+            unsigned n = 1 + (entry[1] != 0);
+            if (width > 2 && n == 2) {
+                while (n < width && entry[n] != 0) {
+                    d[written + n] = entry[n];
+                    ++n;
+                }
+            }
+            written += n;
+        }
+    }
     for (; *s != 0; ++s) {
         const UNICODE_CHAR c = *s;
         const unsigned char *row = state->rows[c >> 8];
@@ -328,6 +403,17 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
         }
         const unsigned width = state->widths[c >> 8];
         const unsigned char *entry = row + (c & 0xFF) * width;
+        if (width <= 2 && written + 2 <= room) {
+            // The common narrow rows: write both bytes, keep the length.
+            d[written] = entry[0];
+            unsigned n = 1;
+            if (width == 2) {
+                d[written + 1] = entry[1];
+                n += entry[1] != 0;
+            }
+            written += n;
+            continue;
+        }
         unsigned n = 1;
         while (n < width && entry[n] != 0)
             ++n;
@@ -339,6 +425,7 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
             d[written + i] = entry[i];
         written += n;
     }
+finished:
     d[written] = 0;  // room for it was kept (size 0: nothing is ever written)
     *size = static_cast<U32>(written);
     *sourceEnd = s;

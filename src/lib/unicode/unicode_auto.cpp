@@ -5,19 +5,9 @@
 #include "lib/unicode/unicode_internal.h"
 #include "rqcore/charmap.h"
 
-// TEMPORARY until the character-set names are merged.
-extern "C" {
-__attribute__((weak)) U32 CHARMAP_getCharacterSetName(const char *, char *, int, U32 *) noexcept;
-__attribute__((weak)) U32 CHARMAP_getCharacterSetType(const char *, U32 *) noexcept;
-__attribute__((weak)) U32 CHARMAP_generateCharacterSetFileName(const char *, char *, int) noexcept;
-}
-
 namespace {
 
-constexpr U32 kCharmapNotFound = 0x18A02;
-constexpr U32 kCharmapNotRecognised = 0x18A04;
 constexpr int kMaxMapFileName = 68;  // 67 characters and the NUL
-constexpr int kMaxCanonicalName = 128;
 
 // Statuses that the automatic functions hand back unchanged and unlogged.
 bool passesThroughCreate(U32 rc) noexcept
@@ -59,11 +49,11 @@ bool loadsMapFile(U32 type) noexcept
 U32 createConverter(UNICODE_CONVERTER **out, const char *mapDirectory, const char *charsetName,
                     const char **step) noexcept
 {
-    char canonical[kMaxCanonicalName];
+    char canonical[CHARMAP_CANONICAL_SIZE];
     U32 id = 0;
     *step = "CHARMAP_getCharacterSetName";
     U32 rc = CHARMAP_getCharacterSetName(charsetName, canonical, sizeof canonical, &id);
-    if (rc == kCharmapNotFound || rc == kCharmapNotRecognised)
+    if (rc == CHARMAP_ERR_NOT_FOUND || rc == CHARMAP_ERR_NOT_RECOGNISED)
         return UNICODE_ERR_UNKNOWN_CHARSET;
     if (rc != 0)
         return rc;

@@ -34,6 +34,13 @@ struct EightBitState {
     UNICODE_CHAR *toUnicode;           // 256 entries
     const unsigned char *pages[256];   // each 256 native bytes
     bool owned[256];
+    // How many of the characters U+0001-U+007F (and U+0080-U+00FF) do not
+    // map to the byte of the same value, in each direction; at 0 the fast
+    // paths copy such runs a group at a time.
+    U32 toAsciiBreaks;
+    U32 fromAsciiBreaks;
+    U32 toHighBreaks;
+    U32 fromHighBreaks;
 };
 
 extern const unsigned char kSubPage[256];
