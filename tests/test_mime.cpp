@@ -2,6 +2,7 @@
 // generator, with a generator round trip and allocation-failure sweeps.
 #include "rqtest.h"
 
+#include "rqcore/encode.h"
 #include "rqcore/frame.h"
 #include "rqcore/mime.h"
 #include "rqcore/stream.h"
@@ -662,6 +663,32 @@ TEST(MimeOutput, Bodies)
         EXPECT_EQ(MIME_outputBodyToStream(ctx.c, o.stream, c.body.data(), static_cast<U32>(c.body.size()), c.encoding),
                   c.status);
         EXPECT_EQ(o.str(), c.out);
+    }
+}
+
+// The base64 body text equals the library's base64 encoder applied to each
+// 57-byte chunk, every line ended by CR LF, across chunk and block edges.
+TEST(MimeOutput, Base64BodyMatchesTheEncoderChunkByChunk)
+{
+    rqtest::LeakCheck leaks;
+    Context ctx;
+    std::mt19937 rng(11);
+    for (U32 size : {0u, 1u, 2u, 56u, 57u, 58u, 114u, 3648u, 3649u, 7353u}) {
+        SCOPED_TRACE(size);
+        std::string data(size, '\0');
+        for (char &c : data)
+            c = static_cast<char>(rng());
+        std::string want = "\r\n";
+        for (U32 at = 0; at < size; at += 57) {
+            char *encoded = nullptr;
+            ASSERT_EQ(ENCODE_convertToBase64(data.data() + at, std::min(57u, size - at), &encoded), 0u);
+            want += std::string(encoded) + "\r\n";
+            RQCORE_free(encoded);
+        }
+        want += "\r\n";
+        Output o;
+        ASSERT_EQ(MIME_outputBodyToStream(ctx.c, o.stream, data.data(), size, MIME_ENCODING_BASE64), 0u);
+        EXPECT_EQ(o.str(), want);
     }
 }
 
