@@ -580,6 +580,48 @@ TEST(MimeParse, FromAFileStream)
     STREAM_destroy(&s);
 }
 
+// A memory stream is split into lines by the parser itself, a file stream by
+// its own line mode: both must give the same parts at the same offsets,
+// around the 255-byte read limit in particular, and leave the stream at its
+// end in line mode.
+TEST(MimeParse, BufferAndFileStreamsAgree)
+{
+    rqtest::LeakCheck leaks;
+    rqtest::TempDir dir;
+    Context ctx;
+    std::vector<std::string> messages = {kMultipart};
+    for (size_t n : {253u, 254u, 255u, 256u, 510u, 511u})
+        for (const char *end : {"\r\n", "\n"})
+            messages.push_back("Content-Type: multipart/mixed; boundary=z" + std::string(end) + end + "--z" + end +
+                               "X-A: " + std::string(n - 5, 'h') + end + end + std::string(n, 'b') + end +
+                               std::string(n, '-') + end + "--z--" + end + std::string(n, 'e'));
+    for (size_t i = 0; i < messages.size(); ++i) {
+        SCOPED_TRACE(i);
+        std::string path = dir.file("m" + std::to_string(i));
+        FILE *f = std::fopen(path.c_str(), "wb");
+        std::fwrite(messages[i].data(), 1, messages[i].size(), f);
+        std::fclose(f);
+        Parsed fromBuffer(ctx.c, messages[i]);
+        STREAM *s = nullptr;
+        ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_READ), 0u);
+        MIME_WRAPPER *w = nullptr;
+        ASSERT_EQ(MIME_parseMessageFromStream(ctx.c, s, &w), 0u);
+        std::vector<std::pair<U32, U32>> a, b;
+        for (MIME_PART *p : fromBuffer.parts())
+            a.emplace_back(p->bodyStart, p->bodyLength);
+        for (MIME_PART *p = w->parts; p != nullptr; p = p->next)
+            b.emplace_back(p->bodyStart, p->bodyLength);
+        EXPECT_EQ(a, b);
+        U32 flags = 0, position = 0;
+        STREAM_setFlags(fromBuffer.stream, 0, &flags);
+        EXPECT_NE(flags & STREAM_LINE_MODE, 0u);
+        STREAM_seek(fromBuffer.stream, 0, STREAM_SEEK_CUR, &position);
+        EXPECT_EQ(position, messages[i].size());
+        MIME_destroyWrapper(ctx.c, &w);
+        STREAM_destroy(&s);
+    }
+}
+
 TEST(MimeParse, NullArguments)
 {
     Context ctx;

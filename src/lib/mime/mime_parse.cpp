@@ -3,6 +3,7 @@
 
 #include "mime_internal.h"
 
+#include <algorithm>
 #include <new>
 
 // The parser: reads a whole message line by line and builds a wrapper whose
@@ -40,6 +41,119 @@ bool allWhite(const char *line) noexcept
     return true;
 }
 
+// Where the parser's lines come from.  A memory stream (one whose seek of 0
+// from the end reports the position without moving) is read in large blocks
+// and split into lines here, by the memory stream's own line rules: CR, LF
+// or CR LF end a line, at most 255 bytes make one read, and a line of
+// exactly 255 bytes leaves its line end for the next read.  Any other stream
+// is read line by line in its line mode.  Both give the same lines and the
+// same positions; the block reads only save a call per line.
+class LineSource {
+public:
+    static constexpr U32 kBlock = 64 * 1024;
+
+    U32 start(STREAM *in) noexcept
+    {
+        in_ = in;
+        U32 before = 0;
+        U32 status = STREAM_seek(in, 0, STREAM_SEEK_END, &before);
+        if (status == 1) {
+            // A file stream moved to its end: go back.
+            STREAM_seek(in, static_cast<S32>(before), STREAM_SEEK_SET, nullptr);
+        }
+        blocks_ = status == 0;
+        base_ = before;
+        if (blocks_)
+            return STREAM_unsetFlags(in, STREAM_LINE_MODE, nullptr);  // blocks are read whole
+        return 0;
+    }
+
+    bool blocks() const noexcept { return blocks_; }
+
+    U32 position(U32 *position) noexcept
+    {
+        if (!blocks_)
+            return tell(in_, position);
+        *position = base_ + offset_;
+        return 0;
+    }
+
+    // Reads one line into a 256-byte buffer, always terminated.
+    U32 read(char *line) noexcept
+    {
+        if (!blocks_)
+            return readLine(in_, line);
+        if (available() == 0 && !ended_)
+            refill();
+        if (available() == 0) {
+            line[0] = '\0';
+            return STREAM_EOF;
+        }
+        if (available() <= kLineSize && !ended_)
+            refill();  // a whole line and the byte after it are in the block
+        const char *p = block_ + offset_;
+        U32 limit = std::min<U32>(available(), kLineSize - 1);
+        U32 length = limit;
+        bool ended = false;
+        if (const void *lf = std::memchr(p, '\n', limit)) {
+            length = static_cast<U32>(static_cast<const char *>(lf) - p);
+            ended = true;
+        }
+        if (const void *cr = std::memchr(p, '\r', length)) {
+            length = static_cast<U32>(static_cast<const char *>(cr) - p);
+            ended = true;
+        }
+        std::memcpy(line, p, length);
+        line[length] = '\0';
+        offset_ += length;
+        if (ended) {
+            char end = block_[offset_++];
+            if (end == '\r' && available() != 0 && block_[offset_] == '\n')
+                ++offset_;
+        }
+        return 0;
+    }
+
+    // Leaves the stream where line reads would have left it.
+    void settle() noexcept
+    {
+        if (blocks_) {
+            STREAM_seek(in_, static_cast<S32>(base_ + offset_), STREAM_SEEK_SET, nullptr);
+            STREAM_setFlags(in_, STREAM_LINE_MODE, nullptr);
+        }
+    }
+
+private:
+    U32 available() const noexcept { return length_ - offset_; }
+
+    void refill() noexcept
+    {
+        // Keep the unread bytes at the front, then fill the rest.
+        U32 keep = available();
+        std::memmove(block_, block_ + offset_, keep);
+        base_ += offset_;
+        offset_ = 0;
+        length_ = keep;
+        while (!ended_ && length_ < kBlock) {
+            U32 got = 0;
+            U32 status = STREAM_read(in_, block_ + length_, kBlock - length_, &got);
+            if (status != 0 || got == 0) {
+                ended_ = true;  // the end of the data (any failure ends the lines too)
+                break;
+            }
+            length_ += got;
+        }
+    }
+
+    STREAM *in_ = nullptr;
+    bool blocks_ = false;
+    bool ended_ = false;
+    U32 base_ = 0;    // stream position of block_[0]
+    U32 offset_ = 0;  // next unread byte
+    U32 length_ = 0;  // bytes in the block
+    char block_[kBlock];
+};
+
 struct Parse {
     Parse(MIME_CONTEXT *c, STREAM *s, MIME_WRAPPER *w) noexcept : context(c), in(s), wrapper(w) {}
 
@@ -55,6 +169,7 @@ struct Parse {
     int state = kHeaders;
     char header[kHeaderSize];
     char line[kLineSize];
+    LineSource source;
 
     // A read that fails ends the parse; the end of the data is the normal end.
     void noteRead(U32 readStatus) noexcept
@@ -71,6 +186,7 @@ struct Parse {
         if (part != nullptr)
             MIME_addPartToWrapper(context, wrapper, part);
         part = nullptr;
+        source.settle();
         STREAM_setFlags(in, savedFlags, nullptr);
         for (U32 i = 0; i < depth; ++i)
             RQ_FREE(stack[i]);
@@ -82,7 +198,7 @@ struct Parse {
     {
         state = kBody;
         U32 position = 0;
-        if (tell(in, &position) == 0)
+        if (source.position(&position) == 0)
             part->bodyStart = position;
     }
 
@@ -119,7 +235,7 @@ struct Parse {
         if (header[0] == '\0')
             startBody();
         for (;;) {
-            U32 readStatus = readLine(in, line);
+            U32 readStatus = source.read(line);
             if (readStatus != 0) {
                 noteRead(readStatus);
                 line[0] = '\0';
@@ -170,7 +286,7 @@ struct Parse {
                             wrapper->boundary[0] = '\0';
                     }
                     state = kHeaders;
-                    noteRead(readLine(in, header));
+                    noteRead(source.read(header));
                     if (done)
                         header[0] = '\0';
                     U32 created = MIME_createPart(context, &part);
@@ -184,11 +300,11 @@ struct Parse {
                 // callers rely on these lengths.
             } else {
                 U32 position = 0;
-                if (tell(in, &position) == 0 && position >= part->bodyStart)
+                if (source.position(&position) == 0 && position >= part->bodyStart)
                     bodyLength = position - part->bodyStart;
                 part->bodyLength = bodyLength;
             }
-            noteRead(readLine(in, line));
+            noteRead(source.read(line));
             if (done)
                 return 0;
         }
@@ -278,7 +394,10 @@ RQ_API U32 MIME_parseMessageFromStream(MIME_CONTEXT *context, STREAM *in, MIME_W
     status = STREAM_setFlags(in, STREAM_LINE_MODE, &p.savedFlags);
     if (status != 0)
         return status;
-    p.noteRead(readLine(in, p.header));
+    status = p.source.start(in);
+    if (status != 0)
+        return status;
+    p.noteRead(p.source.read(p.header));
     if (p.done)
         p.header[0] = '\0';
     status = MIME_createPart(context, &p.part);
