@@ -516,6 +516,29 @@ TEST(StreamFile, LinesLongerThanTheBuffer)
     checkLines(big + "\r\nz\n", 50000, {{0, big, 40002}, {0, "z", 40004}, {STREAM_EOF, "", 40004}});
 }
 
+TEST(StreamFile, LineReadsFollowTheCallersSeeks)
+{
+    // The read-ahead starts wherever the descriptor is, each time.
+    rqtest::TempDir dir;
+    rqtest::LeakCheck leaks;
+    std::string path = dir.file("seek");
+    FILE *f = std::fopen(path.c_str(), "wb");
+    std::fputs("first\nsecond\nthird\n", f);
+    std::fclose(f);
+    int fd = open(path.c_str(), O_RDONLY);
+    STREAM *s = nullptr;
+    ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_LINE_MODE), 0u);
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    lseek(fd, 0, SEEK_SET);
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    EXPECT_EQ(STREAM_seek(s, 13, STREAM_SEEK_SET, nullptr), 1u);
+    EXPECT_EQ(readOnce(s, 80).text, "third");
+    char c;
+    EXPECT_EQ(read(fd, &c, 1), 0) << "the line took its LF and nothing more";
+    STREAM_destroy(&s);
+    close(fd);
+}
+
 TEST(StreamFile, PlainReadReportsEndOfFile)
 {
     rqtest::TempDir dir;

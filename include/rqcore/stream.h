@@ -27,7 +27,13 @@
  *     the bytes consumed, so a plain read or lseek continues there.
  *   - a successful seek returns 1 and a failed one 0: callers that only want
  *     the current position pass `previous` and do not test the status.
- *   - a short write makes every later operation return 1.
+ *   - a short write makes every later operation return 1; a failed read(2)
+ *     returns 1 with a count of 0.
+ *
+ * Logging (STREAM_LOG_ERRORS): the generic entry points record their own
+ * refusals and the kinds' failures; end of data (STREAM_EOF) and the bare 1
+ * (bounds, open, short write, and a successful file seek) are outcomes the
+ * caller handles and are not recorded.
  */
 #ifndef RQCORE_STREAM_H
 #define RQCORE_STREAM_H

@@ -64,40 +64,78 @@ inline bool isBlank(unsigned char c) noexcept
     return c == ' ' || c == '\t';
 }
 
+// The end of the run of literal bytes that starts at i.  The two tables of
+// ENCODE_toQP are classified 16 bytes at a time.
+U32 literalRun(const unsigned char *in, U32 i, U32 length, const char *table) noexcept
+{
+#if defined(__SSE2__)
+    bool crlf = table == kCrLfTable.data();
+    if (crlf || table == kDefaultTable.data()) {
+        const __m128i low = _mm_set1_epi8(0x1F);
+        const __m128i high = _mm_set1_epi8(0x7F);
+        const __m128i eq = _mm_set1_epi8('=');
+        const __m128i tab = _mm_set1_epi8('\t');
+        const __m128i cr = _mm_set1_epi8(crlf ? '\r' : '\t');
+        const __m128i lf = _mm_set1_epi8(crlf ? '\n' : '\t');
+        while (length - i >= 16) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
+            // Printable (signed: bytes from 0x80 are negative), not '=', or TAB/CR/LF.
+            __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(v, low), _mm_cmplt_epi8(v, high));
+            __m128i literal = _mm_andnot_si128(_mm_cmpeq_epi8(v, eq), printable);
+            literal = _mm_or_si128(literal, _mm_or_si128(_mm_cmpeq_epi8(v, tab),
+                                                         _mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf))));
+            unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(literal)) ^ 0xFFFFu;
+            if (mask != 0)
+                return i + static_cast<U32>(__builtin_ctz(mask));
+            i += 16;
+        }
+    }
+#endif
+    while (i < length && table[in[i]] == 'x')
+        ++i;
+    return i;
+}
+
 // The size estimate of ENCODE_toQP: 76-column lines with a 2-byte break.
+// An escape that passes column 75 moves to a new line and is counted again
+// there; a literal blank or TAB that reaches column 76 is counted again on
+// the new line; a final literal blank or TAB adds 1.  Runs of literal bytes
+// are counted a line at a time.
 U32 requiredSize(const unsigned char *in, U32 length, const char *table) noexcept
 {
     uint64_t size = 3;
     U32 column = 0;
-    for (U32 i = 0; i < length; ++i) {
+    U32 i = 0;
+    while (i < length) {
         unsigned char c = in[i];
         if (table[c] != 'x') {
             size += 3;
             column += 3;
             if (column > 75) {
-                // The escape does not fit: it moves to a new line and is
-                // counted again there.
                 size -= isBlank(c) ? 2 : 3;
                 size += 2;
                 column = 0;
-                --i;
+                continue;  // the same byte again, on the new line
             }
-        } else {
-            size += 1;
-            column += 1;
-            bool last = i + 1 == length;
+            ++i;
+            continue;
+        }
+        U32 j = literalRun(in, i + 1, length, table);
+        while (i < j) {
+            U32 take = j - i < 76 - column ? j - i : 76 - column;
+            size += take;
+            column += take;
+            i += take;
             if (column == 76) {
                 size += 2;
                 column = 0;
-                if (isBlank(c)) {
+                if (isBlank(in[i - 1]))
                     --i;
-                    continue;
-                }
             }
-            if (last && isBlank(c))
-                size += 1;
         }
     }
+    if (length > 0 && table[in[length - 1]] == 'x' && isBlank(in[length - 1]))
+        size += 1;
     return size > UINT32_MAX ? UINT32_MAX : static_cast<U32>(size);
 }
 
@@ -108,20 +146,23 @@ size_t escapeInto(const unsigned char *in, U32 length, const char *table, char *
 {
     char *o = out;
     char *limit = out + room;
-    for (U32 i = 0; i < length; ++i) {
-        unsigned char c = in[i];
-        if (table[c] == 'x') {
-            if (limit - o < 1)
-                return 0;
-            *o++ = static_cast<char>(c);
-        } else {
-            if (limit - o < 3)
-                return 0;
-            o[0] = '=';
-            o[1] = kHex[c >> 4];
-            o[2] = kHex[c & 15];
-            o += 3;
-        }
+    U32 i = 0;
+    while (i < length) {
+        U32 j = literalRun(in, i, length, table);
+        if (static_cast<size_t>(limit - o) < j - i)
+            return 0;
+        std::memcpy(o, in + i, j - i);
+        o += j - i;
+        if (j == length)
+            break;
+        if (limit - o < 3)
+            return 0;
+        unsigned char c = in[j];
+        o[0] = '=';
+        o[1] = kHex[c >> 4];
+        o[2] = kHex[c & 15];
+        o += 3;
+        i = j + 1;
     }
     if (o == limit)
         return 0;
@@ -130,13 +171,14 @@ size_t escapeInto(const unsigned char *in, U32 length, const char *table, char *
 }
 
 // Copies the unwrapped text `u` (n bytes, no NUL) into lines of at most 76
-// characters including the soft-break '='.  With `out` null it only counts.
+// characters including the soft-break '='.  With Count it only counts.
 // Returns the bytes written, NUL included.
+template <bool Count>
 size_t wrapInto(const char *u, size_t n, char *out) noexcept
 {
     size_t w = 0;
     auto put = [&](char c) {
-        if (out != nullptr)
+        if constexpr (!Count)
             out[w] = c;
         ++w;
     };
@@ -149,6 +191,27 @@ size_t wrapInto(const char *u, size_t n, char *out) noexcept
     unsigned column = 0;
     size_t i = 0;
     while (i < n) {
+        // Plain bytes well inside the line are copied as they come.
+        if (column < 74) {
+            // The last byte is left to the exact rules, so u[j + 1] exists.
+            size_t limit = n - 1 - i < 74 - column ? n - 1 : i + (74 - column);
+            size_t j = i;
+            while (j < limit) {
+                unsigned char b = static_cast<unsigned char>(u[j]);
+                unsigned stop = static_cast<unsigned>(b == '=') | static_cast<unsigned>(b == '\r') |
+                                (static_cast<unsigned>(isBlank(b)) & static_cast<unsigned>(u[j + 1] == '\r'));
+                if (stop != 0)
+                    break;
+                ++j;
+            }
+            if constexpr (!Count)
+                std::memcpy(out + w, u + i, j - i);
+            w += j - i;
+            column += static_cast<unsigned>(j - i);
+            i = j;
+            if (i == n)
+                break;
+        }
         unsigned char c = static_cast<unsigned char>(u[i]);
         if (crlfAt(i)) {
             put('\r');
@@ -397,7 +460,7 @@ RQ_API U32 ENCODE_toQP(const void *input, U32 length, char **output, U32 *output
         return ENCODE_ERR_NOSPACE;
     // The estimate counts 76 characters and a 2-byte break per line; wrapped
     // lines hold 75 and a 3-byte soft break, so long text needs more room.
-    size_t need = wrapInto(flat.get(), n - 1, nullptr);
+    size_t need = wrapInto<true>(flat.get(), n - 1, nullptr);
     if (need > size) {
         void *bigger = RQ_REALLOC(result.get(), need);
         if (bigger == nullptr) {
@@ -408,7 +471,7 @@ RQ_API U32 ENCODE_toQP(const void *input, U32 length, char **output, U32 *output
         result.release();
         result.reset(bigger);
     }
-    size_t w = wrapInto(flat.get(), n - 1, result.get());
+    size_t w = wrapInto<false>(flat.get(), n - 1, result.get());
     *output = result.release();
     *output_length = static_cast<U32>(w);
     return 0;

@@ -20,7 +20,7 @@ struct FileState {
     int fd;
     U32 ownsFd;    // 1 = close on destroy
     U32 sticky;    // 0, or the status every later operation returns at once
-    U32 spare1;
+    U32 seekable;  // line-mode read-ahead: 0 = not yet known, 1 = yes, 2 = no
     U32 lastOp;
     U32 spare2;
     char name[4096];
@@ -101,11 +101,10 @@ U32 readLineByBytes(int fd, LineScanner &line, U32 *count) noexcept
     return finishLine(line, count);
 }
 
-U32 readLineAhead(int fd, off_t start, LineScanner &line, U32 *count) noexcept
+U32 readLineAhead(int fd, LineScanner &line, U32 *count) noexcept
 {
     char block[16384];
     size_t want = 256;  // most lines are short; grow for long ones
-    off_t consumed = 0;
     while (!line.done) {
         ssize_t got = readSome(fd, block, want);
         if (got <= 0)
@@ -113,13 +112,12 @@ U32 readLineAhead(int fd, off_t start, LineScanner &line, U32 *count) noexcept
         ssize_t i = 0;
         while (i < got && !line.done)
             line.feed(block[i++]);
-        consumed += i;
+        // Leave the descriptor just after the bytes the line took.
+        if (i < got && SIS_CrtLSeek(fd, i - got, SEEK_CUR) < 0)
+            return 1;
         if (want < sizeof block)
             want *= 2;
     }
-    // Leave the descriptor just after the bytes the line took.
-    if (SIS_CrtLSeek(fd, start + consumed, SEEK_SET) < 0)
-        return 1;
     return finishLine(line, count);
 }
 
@@ -214,10 +212,12 @@ U32 STREAM_file_read(STREAM *s, char *buffer, U32 size, U32 *count) noexcept
             *count = 0;
         return 0;
     }
-    off_t start = SIS_CrtLSeek(st->fd, 0, SEEK_CUR);
-    if (start < 0)
+    // Whether a descriptor can seek does not change; it is asked once.
+    if (st->seekable == 0)
+        st->seekable = SIS_CrtLSeek(st->fd, 0, SEEK_CUR) < 0 ? 2 : 1;
+    if (st->seekable == 2)
         return readLineByBytes(st->fd, line, count);
-    return readLineAhead(st->fd, start, line, count);
+    return readLineAhead(st->fd, line, count);
 }
 
 U32 STREAM_file_seek(STREAM *s, S32 offset, U32 whence, U32 *previous) noexcept
