@@ -133,9 +133,9 @@ U32 configLookup(const ConfigKey &key, ConfigEntry *entry) noexcept
             if (std::string_view(squished, n) != key.squished)
                 return false;
         }
-        std::memcpy(entry->canonical, canonical, sizeof canonical);
+        std::memcpy(entry->canonical, canonical, std::strlen(canonical) + 1);
         entry->id = static_cast<U32>(id);
-        std::memcpy(entry->mapFile, mapFile, sizeof mapFile);
+        std::memcpy(entry->mapFile, mapFile, std::strlen(mapFile) + 1);
         entry->type = typeOfWord(typeWord);
         return true;
     });
