@@ -583,6 +583,73 @@ TEST_F(Unicode, MbcsDebugDumpListsBothTables)
     EXPECT_NE(dump.find(" 82 A0 -> U+3000"), std::string::npos) << dump;
 }
 
+// ---- byte-level steps --------------------------------------------------------------
+
+TEST_F(Unicode, ByteLevelSteps)
+{
+    rqtest::LeakCheck leaks;
+    // The limit is the last writable position: at it a write succeeds,
+    // past it the step reports a full destination and leaves the cursor.
+    UNICODE_CHAR wide[3];
+    rqtest::fillJunk(wide, sizeof wide);
+    UNICODE_CHAR *cursor = wide;
+    EXPECT_EQ(AppendUnicodeChar(&cursor, wide + 1, 0x41), 0u);
+    EXPECT_EQ(AppendUnicodeChar(&cursor, wide + 1, 0x42), 0u);
+    EXPECT_EQ(AppendUnicodeChar(&cursor, wide + 1, 0x43), 0x18370u);
+    EXPECT_EQ(cursor, wide + 2);
+    EXPECT_EQ(wide[1], 0x42);
+
+    char bytes[4];
+    rqtest::fillJunk(bytes, sizeof bytes);
+    char *at = bytes;
+    EXPECT_EQ(AppendToDest(&at, bytes + 2, "ab", 2), 0u);
+    EXPECT_EQ(AppendToDest(&at, bytes + 2, "cd", 2), 0x18370u);
+    EXPECT_EQ(at, bytes + 2) << "the cursor moves only on success";
+    EXPECT_EQ(std::string(bytes, 3), "abc") << "the bytes before the limit stay written";
+
+    void *eight = UNICODE_NewConverter_8bit(1, 0);
+    const U32 n[] = {0xC9, 0}, u[] = {0xE9, 0};
+    ASSERT_EQ(UNICODE_AddMapping_8bit(eight, n, u), 0u);
+    char out = 1;
+    EXPECT_EQ(UnicodeTo8Bits(eight, 0xE9, &out), 0u);
+    EXPECT_EQ(static_cast<unsigned char>(out), 0xC9u);
+    out = 0;
+    EXPECT_EQ(UnicodeTo8Bits(eight, 0xE9, &out), 0u);
+    EXPECT_EQ(out, 0) << "a zero byte asks without writing";
+    EXPECT_EQ(UnicodeTo8Bits(eight, 0x20AC, &out), 0x18393u);
+    UNICODE_DestroyConverter_8bit(eight);
+
+    void *mbcs = UNICODE_NewConverter_mbcs(2, 0);
+    const U32 n1[] = {0x82, 0xA0, 0}, u1[] = {0x3000, 0}, n2[] = {0x41, 0}, u2[] = {0x41, 0};
+    ASSERT_EQ(UNICODE_AddMapping_mbcs(mbcs, n1, u1), 0u);
+    ASSERT_EQ(UNICODE_AddMapping_mbcs(mbcs, n2, u2), 0u);
+    struct Case {
+        const char *input;
+        U32 status;
+        UNICODE_CHAR c;
+        size_t consumed;
+    } cases[] = {{"\x82\xA0z", 0, 0x3000, 2}, {"Az", 0, 0x41, 1}, {"\x82" "A", 0x18393, 0, 2}, {"\x82", 0x18393, 0, 1},
+                 {"\x90", 0x18393, 0, 1}};
+    for (const Case &k : cases) {
+        SCOPED_TRACE(k.input);
+        const char *p = k.input;
+        UNICODE_CHAR c = 0;
+        EXPECT_EQ(MBCSCharToUnicode(mbcs, &p, &c), k.status);
+        EXPECT_EQ(static_cast<size_t>(p - k.input), k.consumed);
+        if (k.status == 0) {
+            EXPECT_EQ(c, k.c);
+        }
+    }
+    char native[4];
+    rqtest::fillJunk(native, sizeof native);
+    at = native;
+    EXPECT_EQ(UnicodeToMBCS(mbcs, 0x3000, &at, native + 4), 0u);
+    EXPECT_EQ(UnicodeToMBCS(mbcs, 0x4E00, &at, native + 4), 0u) << "no row: SUB";
+    EXPECT_EQ(UnicodeToMBCS(mbcs, 0x3000, &at, native + 4), 0x18360u) << "one byte left for two";
+    EXPECT_EQ(std::string(native, 3), "\x82\xA0\x1A");
+    UNICODE_DestroyConverter_mbcs(mbcs);
+}
+
 // ---- every destination size --------------------------------------------------------
 
 // Converts `input` with a fixed destination size, calling again from
@@ -602,6 +669,9 @@ void everySize(const std::basic_string<In> &input, const std::basic_string<Out> 
             U32 n = static_cast<U32>(size);
             const In *end = nullptr;
             U32 rc = call(at, out.data(), &n, &end);
+            const auto *bytes = reinterpret_cast<const unsigned char *>(out.data());
+            for (size_t i = size; i < out.size() * sizeof(Out); ++i)
+                ASSERT_EQ(bytes[i], 0xA5u) << "written past the destination at " << i;
             ASSERT_TRUE(rc == 0 || rc == 0x18370u) << rc;
             ASSERT_LE(n, size);
             ASSERT_EQ(n % sizeof(Out), 0u);

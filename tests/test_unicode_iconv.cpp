@@ -17,6 +17,11 @@
 //  - duplicate:   when a map gives several native sequences for one
 //                 character, the last line wins from Unicode; iconv may
 //                 prefer another of them.
+// And two that are not the converters' at all: glibc's charmap files (from
+// which the shipped maps are generated) and its iconv modules disagree on a
+// few sets (map-data, listed below by byte range), and iconv's CP1258 and
+// T.61 modules compose a base letter with a following combining mark, so
+// the whole map read as one text is not compared for them.
 #include "rqtest.h"
 
 #include "rqcore/unicode.h"
@@ -114,7 +119,7 @@ std::string iconvNameFor(const std::string &stem)
 {
     static const std::map<std::string, std::string> names = {
         {"USASCII", "ASCII"},        {"SHIFTJIS", "SHIFT_JIS"},   {"EUCKR", "EUC-KR"},
-        {"EUCJP", "EUC-JP"},         {"EUCCN", "EUC-CN"},         {"GB231280", "EUC-CN"},
+        {"EUCJP", "EUC-JP"},         {"EUCCN", "EUC-CN"},         {"T61", "T.61-8BIT"},
         {"MSCP932", "CP932"},        {"MSCP936", "CP936"},        {"MSCP949", "CP949"},
         {"MSCP950", "CP950"},        {"MSCP437", "CP437"},        {"BIG5", "BIG5"},
         {"MACROMAN", "MACINTOSH"},   {"MACCYRILLIC", "MAC-CYRILLIC"}, {"MACUKRAINE", "MAC-UK"},
@@ -178,6 +183,29 @@ std::string hexOf(const std::string &bytes)
     return s;
 }
 
+// Where glibc's charmap and its iconv module give different characters for
+// the same bytes (from the charmap sources: CP950's Eten extension rows hold
+// kana and symbols in the charmap, private-use characters in the module;
+// MacCyrillic's A2 is the cent sign in the charmap, Ukrainian GHE in the
+// module; T.61's diacritic prefixes C1-CF stand alone as combining marks in
+// the charmap, while the module takes them only before a letter).
+bool mapDataDiffers(const std::string &set, const std::string &native)
+{
+    auto code = [&native] {
+        U32 v = 0;
+        for (unsigned char b : native)
+            v = v << 8 | b;
+        return v;
+    }();
+    if (set == "CP950")
+        return native.size() == 2 && code >= 0xC6A1 && code <= 0xC8FE;
+    if (set == "MAC-CYRILLIC")
+        return code == 0xA2;
+    if (set == "T.61-8BIT")
+        return native.size() == 1 && code >= 0xC1 && code <= 0xCF;
+    return false;
+}
+
 void compareMap(const std::string &path, const std::string &set, Report &report)
 {
     std::vector<Entry> entries = readMap(path);
@@ -229,6 +257,10 @@ void compareMap(const std::string &path, const std::string &set, Report &report)
             ++report.allowed["above-bmp"];
             continue;
         }
+        if (mapDataDiffers(set, e.native)) {
+            ++report.allowed["map-data"];
+            continue;
+        }
         if (!theirs || *theirs != mine)
             note("decode " + hexOf(e.native) + "ours " + hexOf(mine) + "iconv " + (theirs ? hexOf(*theirs) : "refused"));
         else
@@ -248,7 +280,7 @@ void compareMap(const std::string &path, const std::string &set, Report &report)
         }
     }
     // The whole map in one text: sequences must not disturb each other.
-    if (!allNatives.empty()) {
+    if (!allNatives.empty() && set != "CP1258" && set != "T.61-8BIT") {
         std::optional<std::string> theirs = decode(allNatives);
         EXPECT_TRUE(theirs && *theirs == ours(allNatives)) << set << ": the whole map as one text";
     }
@@ -266,7 +298,7 @@ void compareMap(const std::string &path, const std::string &set, Report &report)
     } else {
         // A lead byte followed by a mapped single byte that continues nothing.
         for (const Entry &e : entries) {
-            if (e.native.size() != 2)
+            if (e.native.size() != 2 || mapDataDiffers(set, e.native.substr(0, 1)))
                 continue;
             std::string broken = e.native.substr(0, 1) + "\x01" + "A";
             if (decoded.count(std::string("A")) == 0 || decoded.count(e.native.substr(0, 1) + "\x01") != 0)

@@ -160,6 +160,21 @@ RQ_API U32 UNICODE_DestroyConverter_mbcs(void *state) RQ_NOEXCEPT;
 /* Prints the converter's tables to standard output, for debugging. */
 RQ_API void UNICODE_debug_dump_mbcs(void *state) RQ_NOEXCEPT;
 
+/* Byte-level steps shared by the multibyte and ISO-2022 converters.  `limit`
+ * is the last position that may be written. */
+RQ_API U32 AppendUnicodeChar(UNICODE_CHAR **cursor, UNICODE_CHAR *limit, UNICODE_CHAR c) RQ_NOEXCEPT;
+RQ_API U32 AppendToDest(char **cursor, char *limit, const void *bytes, U32 n) RQ_NOEXCEPT;
+/* The byte of c in an 8-bit converter's state; 0x18393 when unmapped.  The
+ * byte is stored only where *out is not 0. */
+RQ_API U32 UnicodeTo8Bits(const void *state8bit, UNICODE_CHAR c, char *out) RQ_NOEXCEPT;
+/* One native character at *cursor (advanced past the bytes examined) to
+ * *out; 0x18393 when the bytes form no mapped sequence. */
+RQ_API U32 MBCSCharToUnicode(const void *stateMbcs, const char **cursor, UNICODE_CHAR *out) RQ_NOEXCEPT;
+/* The native bytes of c written at *cursor (advanced) before limit (one past
+ * the last byte); an unmapped character gives the byte 26; too little room
+ * gives 0x18360. */
+RQ_API U32 UnicodeToMBCS(const void *stateMbcs, UNICODE_CHAR c, char **cursor, char *limit) RQ_NOEXCEPT;
+
 RQ_END_DECLS
 
 #endif

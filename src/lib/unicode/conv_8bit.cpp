@@ -136,17 +136,42 @@ __attribute__((no_sanitize("address"))) const UNICODE_CHAR *narrowAscii(const un
 
 }  // namespace
 
-U32 UnicodeTo8Bits(const EightBitState *state, UNICODE_CHAR c, char *out) noexcept
+extern "C" {
+
+RQ_API U32 AppendUnicodeChar(UNICODE_CHAR **cursor, UNICODE_CHAR *limit, UNICODE_CHAR c) noexcept
 {
+    if (*cursor > limit)
+        return UNICODE_DESTINATION_FULL;
+    *(*cursor)++ = c;
+    return 0;
+}
+
+RQ_API U32 AppendToDest(char **cursor, char *limit, const void *bytes, U32 n) noexcept
+{
+    char *p = *cursor;
+    const auto *from = static_cast<const char *>(bytes);
+    for (U32 i = 0; i < n; ++i) {
+        // The bytes before stay written; the cursor moves only on success.
+        if (p > limit)
+            return UNICODE_DESTINATION_FULL;
+        *p++ = from[i];
+    }
+    *cursor = p;
+    return 0;
+}
+
+RQ_API U32 UnicodeTo8Bits(const void *opaque, UNICODE_CHAR c, char *out) noexcept
+{
+    const auto *state = static_cast<const EightBitState *>(opaque);
     unsigned char b = state->pages[c >> 8][c & 0xFF];
     if (b == kSub)
         return UNICODE_ERR_INVALID_INPUT;
+    // Stored only over a non-zero byte: callers use a zero byte to ask
+    // whether the character is mapped without writing it.
     if (*out != 0)
         *out = static_cast<char>(b);
     return 0;
 }
-
-extern "C" {
 
 RQ_API void *UNICODE_NewConverter_8bit(int type, uintptr_t createParameter) noexcept
 {
@@ -257,7 +282,8 @@ RQ_API U32 UNICODE_ConvertToUnicode_8bit(void *opaque, const char *source, UNICO
         }
         *d++ = table[*s++];
     }
-    *d = 0;
+    if (*size >= 2)  // the terminator needs its two bytes
+        *d = 0;
     *size = static_cast<U32>(d - destination) * 2;
     *sourceEnd = reinterpret_cast<const char *>(s);
     return rc;
@@ -317,7 +343,8 @@ RQ_API U32 UNICODE_ConvertFromUnicode_8bit(void *opaque, const UNICODE_CHAR *sou
         *d++ = b;
         ++s;
     }
-    *d = 0;
+    if (*size >= 1)
+        *d = 0;
     *size = static_cast<U32>(d - reinterpret_cast<unsigned char *>(destination));
     *sourceEnd = s;
     return rc;

@@ -182,7 +182,9 @@ static U32 __nuke_mbcs_node(Node *node) noexcept
     return rc;
 }
 
-U32 MBCSCharToUnicode(const void *opaque, const char **cursor, UNICODE_CHAR *out) noexcept
+extern "C" {
+
+RQ_API U32 MBCSCharToUnicode(const void *opaque, const char **cursor, UNICODE_CHAR *out) noexcept
 {
     const auto *state = static_cast<const MbcsState *>(opaque);
     if (state == nullptr || state->root == nullptr)
@@ -208,7 +210,7 @@ U32 MBCSCharToUnicode(const void *opaque, const char **cursor, UNICODE_CHAR *out
     return UNICODE_ERR_INVALID_INPUT;
 }
 
-U32 UnicodeToMBCS(const void *opaque, UNICODE_CHAR c, char **cursor, char *limit) noexcept
+RQ_API U32 UnicodeToMBCS(const void *opaque, UNICODE_CHAR c, char **cursor, char *limit) noexcept
 {
     const auto *state = static_cast<const MbcsState *>(opaque);
     if (state == nullptr)
@@ -232,8 +234,6 @@ U32 UnicodeToMBCS(const void *opaque, UNICODE_CHAR c, char **cursor, char *limit
     *cursor += n;
     return 0;
 }
-
-extern "C" {
 
 RQ_API void *UNICODE_NewConverter_mbcs(int type, uintptr_t createParameter) noexcept
 {
@@ -426,7 +426,8 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
         written += n;
     }
 finished:
-    d[written] = 0;  // room for it was kept (size 0: nothing is ever written)
+    if (*size >= 1)
+        d[written] = 0;  // room for it was kept
     *size = static_cast<U32>(written);
     *sourceEnd = s;
     return rc;

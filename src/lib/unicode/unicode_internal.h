@@ -47,16 +47,4 @@ extern const unsigned char kSubPage[256];
 
 }  // namespace rq::unicode
 
-// Byte-level steps shared with the multibyte and ISO-2022 converters.
-U32 AppendUnicodeChar(UNICODE_CHAR **cursor, UNICODE_CHAR *limit, UNICODE_CHAR c) noexcept;
-U32 AppendToDest(char **cursor, char *limit, const void *bytes, U32 n) noexcept;
-U32 UnicodeTo8Bits(const rq::unicode::EightBitState *state, UNICODE_CHAR c, char *out) noexcept;
-// One native character at *cursor (advanced past it) to *out; 0x18393 when
-// the bytes form no mapped sequence (the cursor then moves past the bytes
-// that were examined).
-U32 MBCSCharToUnicode(const void *mbcsState, const char **cursor, UNICODE_CHAR *out) noexcept;
-// The native bytes of c into [*cursor, limit), advancing the cursor; an
-// unmapped character gives SUB.
-U32 UnicodeToMBCS(const void *mbcsState, UNICODE_CHAR c, char **cursor, char *limit) noexcept;
-
 #endif
