@@ -1,6 +1,7 @@
 // The DX_List container, its ordering and selection, and the DX_Mem helpers.
 #include "rqtest.h"
 
+#include "rqcore/frame.h"
 #include "rqcore/lists.h"
 #include "rqsis/rqsis_test.h"
 
@@ -531,6 +532,25 @@ TEST(ListAllocation, AllocatingFunctionsReportAndLeakNothing)
         EXPECT_TRUE(s == 0x15041 || s == 0x15002) << std::hex << s;
         EXPECT_FALSE(DX_ListFlagDetect(l.h, DX_LIST_UNIQUE, nullptr));
     });
+    auto sortOnOff = [&] {
+        U32 s = DX_ListSetFlag(l.h, DX_LIST_SORTED, 1);
+        if (s == 0)
+            DX_ListSetFlag(l.h, DX_LIST_SORTED, 0);
+        return s;
+    };
+    rqtest::allocationSweep(sortOnOff, [&](U32 s) {
+        EXPECT_TRUE(s == 0x15041 || s == 0x15002) << std::hex << s;
+        EXPECT_FALSE(DX_ListFlagDetect(l.h, DX_LIST_SORTED, nullptr)) << "a failed sort promises no order";
+    });
+    List u({{1, 0}, {2, 0}}, DX_LIST_UNIQUE);
+    rqtest::allocationSweep([&] { return DX_ListChangeCmpFct(u.h, DX_MemCmp, nullptr); }, [&](U32 s) {
+        EXPECT_TRUE(s == 0x15041 || s == 0x15002) << std::hex << s;
+        List plain;
+        EXPECT_EQ(DX_ListVerifyType(u.h, plain.h), 0u) << "the old functions are back";
+    });
+    RQHANDLE element = 0;
+    rqtest::allocationSweep([&] { U32 s = DX_ListCreateElement(l.h, &element, &one, &one, 0);
+                                  MemFree(element); return s; }, 0x15019);
     RQHANDLE scratch = 0;
     void *p = nullptr;
     rqtest::allocationSweep([&] { U32 s = DX_ListAlloc(l.h, &scratch, &p, DX_LIST_ALLOC_ID);
