@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace {
 
 struct Context {
@@ -580,45 +582,93 @@ TEST(MimeParse, FromAFileStream)
     STREAM_destroy(&s);
 }
 
-// A memory stream is split into lines by the parser itself, a file stream by
-// its own line mode: both must give the same parts at the same offsets,
-// around the 255-byte read limit in particular, and leave the stream at its
-// end in line mode.
-TEST(MimeParse, BufferAndFileStreamsAgree)
+// The parser splits memory and file streams into lines itself and reads
+// other streams (here a pipe) in their line mode.  The three must give the
+// same parts at the same offsets, around the 255-byte read limit in
+// particular; a file and a pipe agree on the file kind's own rules too
+// (NUL bytes dropped, CR runs, a lone CR taking the next byte).  The stream
+// is left at its end, in line mode.
+// Each part as its offsets (when the stream can tell positions) and fields.
+std::vector<std::string> describe(MIME_CONTEXT *ctx, STREAM *s, bool offsets)
+{
+    MIME_WRAPPER *w = nullptr;
+    EXPECT_EQ(MIME_parseMessageFromStream(ctx, s, &w), 0u);
+    std::vector<std::string> v;
+    for (MIME_PART *p = w != nullptr ? w->parts : nullptr; p != nullptr; p = p->next) {
+        std::string d = offsets ? std::to_string(p->bodyStart) + "+" + std::to_string(p->bodyLength) : "";
+        for (MIME_FIELD *f = p->fields; f != nullptr; f = f->next)
+            d += std::string(" ") + f->name + "=" + f->value;
+        v.push_back(d);
+    }
+    if (w != nullptr)
+        MIME_destroyWrapper(ctx, &w);
+    return v;
+}
+
+TEST(MimeParse, StreamKindsAgree)
 {
     rqtest::LeakCheck leaks;
     rqtest::TempDir dir;
     Context ctx;
-    std::vector<std::string> messages = {kMultipart};
+    struct Message {
+        std::string text;
+        bool memoryRules;  // no NUL and no lone CR: the memory kind reads it alike
+    };
+    std::vector<Message> messages = {{kMultipart, true}};
     for (size_t n : {253u, 254u, 255u, 256u, 510u, 511u})
         for (const char *end : {"\r\n", "\n"})
-            messages.push_back("Content-Type: multipart/mixed; boundary=z" + std::string(end) + end + "--z" + end +
-                               "X-A: " + std::string(n - 5, 'h') + end + end + std::string(n, 'b') + end +
-                               std::string(n, '-') + end + "--z--" + end + std::string(n, 'e'));
+            messages.push_back({"Content-Type: multipart/mixed; boundary=z" + std::string(end) + end + "--z" + end +
+                                    "X-A: " + std::string(n - 5, 'h') + end + end + std::string(n, 'b') + end +
+                                    std::string(n, '-') + end + "--z--" + end + std::string(n, 'e'),
+                                true});
+    messages.push_back({std::string("Content-Type: multipart/mixed; boundary=z\r\r\n\r\n--z\rX\n\nab\0c\r\r\r\n"
+                                    "d\re\n--z--\r",
+                                    71),
+                        false});
     for (size_t i = 0; i < messages.size(); ++i) {
         SCOPED_TRACE(i);
+        const std::string &text = messages[i].text;
         std::string path = dir.file("m" + std::to_string(i));
         FILE *f = std::fopen(path.c_str(), "wb");
-        std::fwrite(messages[i].data(), 1, messages[i].size(), f);
+        std::fwrite(text.data(), 1, text.size(), f);
         std::fclose(f);
-        Parsed fromBuffer(ctx.c, messages[i]);
+
         STREAM *s = nullptr;
         ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_READ), 0u);
-        MIME_WRAPPER *w = nullptr;
-        ASSERT_EQ(MIME_parseMessageFromStream(ctx.c, s, &w), 0u);
-        std::vector<std::pair<U32, U32>> a, b;
-        for (MIME_PART *p : fromBuffer.parts())
-            a.emplace_back(p->bodyStart, p->bodyLength);
-        for (MIME_PART *p = w->parts; p != nullptr; p = p->next)
-            b.emplace_back(p->bodyStart, p->bodyLength);
-        EXPECT_EQ(a, b);
-        U32 flags = 0, position = 0;
-        STREAM_setFlags(fromBuffer.stream, 0, &flags);
-        EXPECT_NE(flags & STREAM_LINE_MODE, 0u);
-        STREAM_seek(fromBuffer.stream, 0, STREAM_SEEK_CUR, &position);
-        EXPECT_EQ(position, messages[i].size());
-        MIME_destroyWrapper(ctx.c, &w);
+        auto fromFile = describe(ctx.c, s, true);
+        U32 position = 0;
+        STREAM_seek(s, 0, STREAM_SEEK_CUR, &position);
+        EXPECT_EQ(position, text.size());
         STREAM_destroy(&s);
+
+        int fds[2];
+        ASSERT_EQ(pipe(fds), 0);
+        ASSERT_EQ(write(fds[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        close(fds[1]);
+        ASSERT_EQ(STREAM_attachToFile(&s, fds[0], STREAM_READ), 0u);
+        auto fromPipe = describe(ctx.c, s, false);  // a pipe cannot tell positions
+        ASSERT_EQ(fromPipe.size(), fromFile.size());
+        for (size_t k = 0; k < fromPipe.size(); ++k)
+            EXPECT_EQ(fromPipe[k], fromFile[k].substr(fromFile[k].find(' ') == std::string::npos ? fromFile[k].size() : fromFile[k].find(' ')));
+        STREAM_destroy(&s);
+        close(fds[0]);
+
+        if (messages[i].memoryRules) {
+            Parsed fromBuffer(ctx.c, text);
+            std::vector<std::string> offsets;
+            for (MIME_PART *p : fromBuffer.parts()) {
+                std::string d = std::to_string(p->bodyStart) + "+" + std::to_string(p->bodyLength);
+                for (MIME_FIELD *f = p->fields; f != nullptr; f = f->next)
+                    d += std::string(" ") + f->name + "=" + f->value;
+                offsets.push_back(d);
+            }
+            EXPECT_EQ(offsets, fromFile);
+            U32 flags = 0;
+            STREAM_setFlags(fromBuffer.stream, 0, &flags);
+            EXPECT_NE(flags & STREAM_LINE_MODE, 0u);
+            STREAM_seek(fromBuffer.stream, 0, STREAM_SEEK_CUR, &position);
+            EXPECT_EQ(position, text.size());
+        }
     }
 }
 

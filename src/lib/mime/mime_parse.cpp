@@ -41,13 +41,19 @@ bool allWhite(const char *line) noexcept
     return true;
 }
 
-// Where the parser's lines come from.  A memory stream (one whose seek of 0
-// from the end reports the position without moving) is read in large blocks
-// and split into lines here, by the memory stream's own line rules: CR, LF
-// or CR LF end a line, at most 255 bytes make one read, and a line of
-// exactly 255 bytes leaves its line end for the next read.  Any other stream
-// is read line by line in its line mode.  Both give the same lines and the
-// same positions; the block reads only save a call per line.
+// Where the parser's lines come from.  Memory and file streams are read in
+// large blocks and split into lines here, by each kind's own line rules, so
+// that a line costs no call into the stream (and a file line no system
+// call); any other stream (a pipe, a caller's own kind) is read line by line
+// in its line mode.  Both ways give the same lines and positions, and leave
+// the stream where line reads would have left it.
+//   memory kind: CR, LF or CR LF end a line; NUL bytes are data.
+//   file kind: CR or LF end a line; after a CR every further CR and then one
+//   more byte belong to the line end (so CR LF, CR CR LF, and a lone CR with
+//   the byte after it); NUL bytes are dropped.
+// Both stop a read after 255 stored bytes, leaving the line end for the next
+// read.  The kind is told by a seek of 0 from the end: a memory stream
+// reports without moving (0), a file stream moves and reports success as 1.
 class LineSource {
 public:
     static constexpr U32 kBlock = 64 * 1024;
@@ -59,20 +65,20 @@ public:
         U32 status = STREAM_seek(in, 0, STREAM_SEEK_END, &before);
         if (status == 1) {
             // A file stream moved to its end: go back.
-            STREAM_seek(in, static_cast<S32>(before), STREAM_SEEK_SET, nullptr);
+            if (STREAM_seek(in, static_cast<S32>(before), STREAM_SEEK_SET, nullptr) == 1)
+                mode_ = kFile;
+        } else if (status == 0) {
+            mode_ = kMemory;
         }
-        blocks_ = status == 0;
         base_ = before;
-        if (blocks_)
+        if (mode_ != kLines)
             return STREAM_unsetFlags(in, STREAM_LINE_MODE, nullptr);  // blocks are read whole
         return 0;
     }
 
-    bool blocks() const noexcept { return blocks_; }
-
     U32 position(U32 *position) noexcept
     {
-        if (!blocks_)
+        if (mode_ == kLines)
             return tell(in_, position);
         *position = base_ + offset_;
         return 0;
@@ -81,8 +87,10 @@ public:
     // Reads one line into a 256-byte buffer, always terminated.
     U32 read(char *line) noexcept
     {
-        if (!blocks_)
+        if (mode_ == kLines)
             return readLine(in_, line);
+        if (mode_ == kFile)
+            return readFileLine(line);
         if (available() == 0 && !ended_)
             refill();
         if (available() == 0) {
@@ -117,14 +125,54 @@ public:
     // Leaves the stream where line reads would have left it.
     void settle() noexcept
     {
-        if (blocks_) {
+        if (mode_ != kLines) {
             STREAM_seek(in_, static_cast<S32>(base_ + offset_), STREAM_SEEK_SET, nullptr);
             STREAM_setFlags(in_, STREAM_LINE_MODE, nullptr);
         }
     }
 
 private:
+    enum Mode { kLines, kMemory, kFile };
+
     U32 available() const noexcept { return length_ - offset_; }
+
+    // The next byte, or -1 at the end of the data.
+    int next() noexcept
+    {
+        if (available() == 0 && !ended_)
+            refill();
+        if (available() == 0)
+            return -1;
+        return static_cast<unsigned char>(block_[offset_++]);
+    }
+
+    U32 readFileLine(char *line) noexcept
+    {
+        U32 stored = 0;
+        bool inLineEnd = false;
+        for (;;) {
+            int c = next();
+            if (c < 0)
+                break;
+            if (inLineEnd) {
+                if (c != '\r')
+                    break;  // the byte after a CR run belongs to the line end
+                continue;
+            }
+            if (c == '\r' || c == '\n') {
+                inLineEnd = true;
+                if (c == '\n')
+                    break;
+                continue;
+            }
+            if (c != '\0')
+                line[stored++] = static_cast<char>(c);
+            if (stored >= kLineSize - 1)
+                break;
+        }
+        line[stored] = '\0';
+        return stored == 0 && !inLineEnd ? U32{STREAM_EOF} : 0;
+    }
 
     void refill() noexcept
     {
@@ -146,7 +194,7 @@ private:
     }
 
     STREAM *in_ = nullptr;
-    bool blocks_ = false;
+    Mode mode_ = kLines;
     bool ended_ = false;
     U32 base_ = 0;    // stream position of block_[0]
     U32 offset_ = 0;  // next unread byte
