@@ -148,6 +148,29 @@ private:
 
     U32 readFileLine(char *line) noexcept
     {
+        if (available() <= kLineSize && !ended_)
+            refill();
+        // Fast path: a line without NUL bytes that ends in LF (or in a CR
+        // whose line end the byte loop below then finishes) or fills a read.
+        U32 limit = std::min<U32>(available(), kLineSize - 1);
+        const char *p = block_ + offset_;
+        U32 length = limit;
+        if (const void *lf = std::memchr(p, '\n', limit))
+            length = static_cast<U32>(static_cast<const char *>(lf) - p);
+        if (const void *cr = std::memchr(p, '\r', length))
+            length = static_cast<U32>(static_cast<const char *>(cr) - p);
+        if (std::memchr(p, '\0', length) == nullptr && (length < limit || limit == kLineSize - 1)) {
+            std::memcpy(line, p, length);
+            line[length] = '\0';
+            offset_ += length;
+            if (length == limit)
+                return 0;  // a full read: the line end stays for the next one
+            if (block_[offset_++] == '\n')
+                return 0;
+            for (int c = next(); c == '\r'; c = next()) {
+            }  // a CR run and the byte after it end the line
+            return 0;
+        }
         U32 stored = 0;
         bool inLineEnd = false;
         for (;;) {
