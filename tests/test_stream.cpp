@@ -5,9 +5,9 @@
 #include "rqcore/frame.h"
 #include "rqcore/stream.h"
 
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -16,13 +16,10 @@ namespace {
 
 using Bytes = std::string;
 
-struct Line {
-    U32 status;
-    Bytes text;
-};
+struct Line { U32 status; Bytes text; };
 
-// Reads one line/chunk into a junk-filled buffer of `size` bytes (plus a
-// guard) and checks that nothing beyond `size` was touched.
+// Reads once into a junk-filled buffer of `size` bytes (plus a guard) and
+// checks that nothing beyond `size` was touched.
 Line readOnce(STREAM *s, U32 size)
 {
     std::vector<char> buffer(size + 8);
@@ -37,16 +34,25 @@ Line readOnce(STREAM *s, U32 size)
     return {status, Bytes(buffer.data(), count)};
 }
 
-std::vector<Line> readAll(STREAM *s, U32 size)
+void writeFile(const std::string &path, const Bytes &data)
 {
-    std::vector<Line> lines;
-    for (int guard = 0; guard < 1000; ++guard) {
-        Line l = readOnce(s, size);
-        lines.push_back(l);
-        if (l.status != 0)
-            break;
-    }
-    return lines;
+    FILE *f = std::fopen(path.c_str(), "wb");
+    std::fwrite(data.data(), 1, data.size(), f);
+    std::fclose(f);
+}
+
+// Every failed run of `attach` gives 0x197F4 and leaves nothing behind.
+void sweepAttach(const std::function<U32(STREAM **)> &attach)
+{
+    rqtest::allocationSweep(
+        [&] {
+            STREAM *s = nullptr;
+            U32 status = attach(&s);
+            if (status == 0)
+                STREAM_destroy(&s);
+            return status;
+        },
+        STREAM_ERR_NOMEM);
 }
 
 // ---- Generic ----------------------------------------------------------------
@@ -62,162 +68,116 @@ U32 okRead(STREAM *, char *, U32, U32 *) noexcept { return 0; }
 U32 okWrite(STREAM *, const char *, U32, U32 *) noexcept { return 0; }
 U32 okSeek(STREAM *, S32, U32, U32 *) noexcept { return 0; }
 
-TEST(Stream, NewAddsReadAndWriteAndChecksEveryPointer)
+TEST(Stream, GenericEntryPointsCheckPointersFlagsAndOperations)
 {
     rqtest::LeakCheck leaks;
     int state = 0;
+    char data[8] = "abc", buffer[8], *text = nullptr;
+    U32 n = 0, old = 0;
     STREAM *s = nullptr;
+    for (U32 status : {STREAM_new(nullptr, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, &state),
+                       STREAM_new(&s, 0, 1, nullptr, okDestroy, okRead, okWrite, okSeek, &state),
+                       STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, nullptr, &state),
+                       STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, nullptr),
+                       STREAM_read(nullptr, buffer, 1, &n), STREAM_write(nullptr, "a", 1, &n),
+                       STREAM_seek(nullptr, 0, 1, &n), STREAM_setFlags(nullptr, 1, &old),
+                       STREAM_unsetFlags(nullptr, 1, &old), STREAM_destroy(nullptr), STREAM_destroy(&s),
+                       STREAM_attachToBuffer(nullptr, data, 4, 0), STREAM_attachToBuffer(&s, nullptr, 4, 0),
+                       STREAM_attachToGrowingBuffer(nullptr, &text, 4, 0), STREAM_attachToGrowingBuffer(&s, nullptr, 4, 0),
+                       STREAM_attachToFilename(&s, nullptr, STREAM_READ)})
+        EXPECT_EQ(status, STREAM_ERR_NULL);
     ASSERT_EQ(STREAM_new(&s, 0, 7, okInit, okDestroy, okRead, okWrite, okSeek, &state), 0u);
-    EXPECT_EQ(s->flags, 0x18u);
-    EXPECT_EQ(s->kind, 7u);
-    EXPECT_EQ(s->read, okRead);
-    EXPECT_EQ(s->write, okWrite);
+    EXPECT_EQ(s->flags, 0x18u) << "no mode: reading and writing";
     EXPECT_EQ(s->privateData, &state);
     EXPECT_EQ(STREAM_destroy(&s), 0u);
     EXPECT_EQ(s, nullptr);
-
-    ASSERT_EQ(STREAM_new(&s, STREAM_READ | STREAM_LINE_MODE, 1, okInit, okDestroy, okRead, okWrite, okSeek, &state), 0u);
-    EXPECT_EQ(s->flags, U32{STREAM_READ | STREAM_LINE_MODE}) << "flags with a mode get no default";
-    STREAM_destroy(&s);
-
-    EXPECT_EQ(STREAM_new(nullptr, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, &state), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_new(&s, 0, 1, nullptr, okDestroy, okRead, okWrite, okSeek, &state), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, nullptr, &state), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_new(&s, 0, 1, okInit, okDestroy, okRead, okWrite, okSeek, nullptr), STREAM_ERR_NULL);
-    EXPECT_EQ(s, nullptr);
-
     // A failing init leaves the object for the caller to destroy.
     EXPECT_EQ(STREAM_new(&s, 0, 1, failingInit, okDestroy, okRead, okWrite, okSeek, &state), 0x197F2u);
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(STREAM_destroy(&s), 0u);
-}
 
-TEST(Stream, GenericEntryPointsCheckInOrder)
-{
-    rqtest::LeakCheck leaks;
-    char data[8] = "abc";
-    char buffer[8];
-    U32 n = 0, old = 0;
-    STREAM *s = nullptr;
     ASSERT_EQ(STREAM_attachToBuffer(&s, data, 3, STREAM_WRITE | STREAM_LOG_ERRORS), 0u);
     EXPECT_EQ(STREAM_read(s, buffer, sizeof buffer, &n), STREAM_ERR_NOT_ALLOWED);
     EXPECT_EQ(STREAM_read(s, nullptr, 1, &n), STREAM_ERR_NULL);
     EXPECT_EQ(STREAM_write(s, nullptr, 1, &n), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_read(nullptr, buffer, 1, &n), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_write(nullptr, "a", 1, &n), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_seek(nullptr, 0, 1, &n), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_setFlags(nullptr, 1, &old), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_unsetFlags(nullptr, 1, &old), STREAM_ERR_NULL);
-
     EXPECT_EQ(STREAM_setFlags(s, STREAM_READ, &old), 0u);
-    EXPECT_EQ(old, U32{STREAM_WRITE | STREAM_LOG_ERRORS});
+    EXPECT_EQ(old, U32{STREAM_WRITE | STREAM_LOG_ERRORS}) << "flags with a mode get no default";
     EXPECT_EQ(STREAM_unsetFlags(s, STREAM_WRITE, &old), 0u);
     EXPECT_EQ(old, U32{STREAM_READ | STREAM_WRITE | STREAM_LOG_ERRORS});
     EXPECT_EQ(STREAM_write(s, "x", 1, &n), STREAM_ERR_NOT_ALLOWED);
     EXPECT_EQ(STREAM_setFlags(s, STREAM_WRITE, nullptr), 0u);
-
     // A missing operation is a corrupt stream; one without destroy is not freed.
-    auto write = s->write;
-    auto read = s->read;
-    auto seek = s->seek;
-    auto destroy = s->destroy;
+    STREAM saved = *s;
     s->write = nullptr;
     s->read = nullptr;
     s->seek = nullptr;
     s->destroy = nullptr;
-    EXPECT_EQ(STREAM_write(s, "x", 1, &n), STREAM_ERR_CORRUPT);
-    EXPECT_EQ(STREAM_read(s, buffer, 1, &n), STREAM_ERR_CORRUPT);
-    EXPECT_EQ(STREAM_seek(s, 0, 1, &n), STREAM_ERR_CORRUPT);
-    EXPECT_EQ(STREAM_destroy(&s), STREAM_ERR_CORRUPT);
+    for (U32 status : {STREAM_write(s, "x", 1, &n), STREAM_read(s, buffer, 1, &n), STREAM_seek(s, 0, 1, &n),
+                       STREAM_destroy(&s)})
+        EXPECT_EQ(status, STREAM_ERR_CORRUPT);
     ASSERT_NE(s, nullptr);
-    s->write = write;
-    s->read = read;
-    s->seek = seek;
-    s->destroy = destroy;
+    *s = saved;
     EXPECT_EQ(STREAM_destroy(&s), 0u);
-    EXPECT_EQ(STREAM_destroy(&s), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_destroy(nullptr), STREAM_ERR_NULL);
 }
 
 // ---- Memory kinds -------------------------------------------------------
 
-TEST(Stream, FixedBufferWritesWhatFits)
+TEST(Stream, FixedBufferTerminatesOnlyWhenThereIsRoom)
 {
     rqtest::LeakCheck leaks;
-    char data[6];
+    char data[6], text[] = "AB\nCD", buffer[4];
     rqtest::fillJunk(data, sizeof data);
-    STREAM *s = nullptr;
+    STREAM *w = nullptr, *r = nullptr;
     U32 n = 0;
-    ASSERT_EQ(STREAM_attachToBuffer(&s, data, 4, 0), 0u);
-    EXPECT_EQ(STREAM_write(s, "ab", 2, &n), 0u);
-    EXPECT_EQ(n, 2u);
+    ASSERT_EQ(STREAM_attachToBuffer(&w, data, 4, 0), 0u);
+    EXPECT_EQ(STREAM_write(w, "ab", 2, &n), 0u);
     EXPECT_EQ(Bytes(data, 3), Bytes("ab\0", 3)) << "a NUL follows while there is room";
-    EXPECT_EQ(STREAM_write(s, "cdef", 4, &n), 0u);
+    EXPECT_EQ(STREAM_write(w, "cdef", 4, &n), 0u);
     EXPECT_EQ(n, 2u) << "a short count, status 0";
-    EXPECT_EQ(Bytes(data, 4), "abcd");
-    EXPECT_EQ(static_cast<unsigned char>(data[4]), 0xA5u) << "no NUL beyond the capacity";
-    EXPECT_EQ(STREAM_write(s, "g", 1, &n), STREAM_EOF);
-    STREAM_destroy(&s);
+    EXPECT_EQ(Bytes(data, 5), "abcd\xA5") << "no NUL beyond the capacity";
+    EXPECT_EQ(STREAM_write(w, "g", 1, &n), STREAM_EOF);
+    // Straight through the kind's operation: STREAM_read clears the buffer first.
+    ASSERT_EQ(STREAM_attachToBuffer(&r, text, 5, STREAM_READ | STREAM_LINE_MODE), 0u);
+    rqtest::fillJunk(buffer, sizeof buffer);
+    ASSERT_EQ(r->read(r, buffer, 3, &n), 0u);
+    EXPECT_EQ(Bytes(buffer, 3), Bytes("AB\0", 3)) << "the line end becomes a NUL";
+    rqtest::fillJunk(buffer, sizeof buffer);
+    ASSERT_EQ(r->read(r, buffer, 2, &n), 0u);
+    EXPECT_EQ(Bytes(buffer, 3), "CD\xA5") << "size bytes copied: nothing stored after";
+    STREAM_destroy(&w);
+    STREAM_destroy(&r);
 }
 
 TEST(Stream, MemoryReadsLinesAndChunks)
 {
-    struct Case {
-        const char *what;
-        Bytes data;
-        U32 flags;
-        U32 size;
-        std::vector<Line> expected;
-    };
+    struct Case { const char *what; Bytes data; U32 flags; U32 size; std::vector<Bytes> lines; };  // then STREAM_EOF
+    // The memory kinds' line ends: CR LF, CR or LF; CR CR LF is two.
     const U32 line = STREAM_READ | STREAM_LINE_MODE;
-    const std::vector<Case> cases = {
-        {"crlf", "A\r\nB", line, 80, {{0, "A"}, {0, "B"}, {STREAM_EOF, ""}}},
-        {"cr, lf, empty line", "A\rB\n\nC\n", line, 80, {{0, "A"}, {0, "B"}, {0, ""}, {0, "C"}, {STREAM_EOF, ""}}},
-        {"cr cr lf is two line ends", "A\r\r\nB", line, 80, {{0, "A"}, {0, ""}, {0, "B"}, {STREAM_EOF, ""}}},
-        {"cr at the capacity", "A\r", line, 80, {{0, "A"}, {STREAM_EOF, ""}}},
-        {"long line split by size", "ABCDE\n", line, 3, {{0, "ABC"}, {0, "DE"}, {STREAM_EOF, ""}}},
-        {"line end at size", "AB\nC", line, 3, {{0, "AB"}, {0, "C"}, {STREAM_EOF, ""}}},
-        {"chunks", "ABCDE\nF", STREAM_READ, 4, {{0, "ABCD"}, {0, "E\nF"}, {STREAM_EOF, ""}}},
-        {"nul is data", Bytes("A\0B", 3), line, 80, {{0, Bytes("A\0B", 3)}, {STREAM_EOF, ""}}},
-        {"empty", "", line, 80, {{STREAM_EOF, ""}}},
+    const Case cases[] = {
+        {"cr lf, cr, lf, empty line", "A\r\nB\rC\n\nD\n", line, 80, {"A", "B", "C", "", "D"}},
+        {"cr cr lf is two line ends", "A\r\r\nB", line, 80, {"A", "", "B"}},
+        {"cr at the capacity", "A\r", line, 80, {"A"}},
+        {"long line split by size", "ABCDE\n", line, 3, {"ABC", "DE"}},
+        {"line end at size", "AB\nC", line, 3, {"AB", "C"}},
+        {"chunks", "ABCDE\nF", STREAM_READ, 4, {"ABCD", "E\nF"}},
+        {"nul is data", Bytes("A\0B", 3), line, 80, {Bytes("A\0B", 3)}},
+        {"empty", "", line, 80, {}},
     };
     rqtest::LeakCheck leaks;
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        // The data sits in a larger block so that a read past the capacity
-        // would be seen as the trailing 'Z's.
+        // A read past the capacity would show the trailing "\nZZZ".
         Bytes block = c.data + "\nZZZ";
         STREAM *s = nullptr;
         ASSERT_EQ(STREAM_attachToBuffer(&s, block.data(), static_cast<U32>(c.data.size()), c.flags), 0u);
-        std::vector<Line> got = readAll(s, c.size);
-        ASSERT_EQ(got.size(), c.expected.size());
-        for (size_t i = 0; i < got.size(); ++i) {
-            EXPECT_EQ(got[i].status, c.expected[i].status) << i;
-            EXPECT_EQ(got[i].text, c.expected[i].text) << i;
+        for (const Bytes &expected : c.lines) {
+            Line l = readOnce(s, c.size);
+            EXPECT_EQ(l.status, 0u);
+            EXPECT_EQ(l.text, expected);
         }
+        EXPECT_EQ(readOnce(s, c.size).status, STREAM_EOF);
         STREAM_destroy(&s);
     }
-}
-
-TEST(Stream, MemoryReadTerminatesOnlyWhenThereIsRoom)
-{
-    rqtest::LeakCheck leaks;
-    char data[] = "AB\nCD";
-    STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_attachToBuffer(&s, data, 5, STREAM_READ | STREAM_LINE_MODE), 0u);
-    // Reads straight through the kind's operation: STREAM_read would clear
-    // the buffer first.
-    char buffer[4];
-    rqtest::fillJunk(buffer, sizeof buffer);
-    U32 n = 0;
-    ASSERT_EQ(s->read(s, buffer, 3, &n), 0u);
-    EXPECT_EQ(n, 2u);
-    EXPECT_EQ(Bytes(buffer, 3), Bytes("AB\0", 3)) << "the line end becomes a NUL";
-    rqtest::fillJunk(buffer, sizeof buffer);
-    ASSERT_EQ(s->read(s, buffer, 2, &n), 0u);
-    EXPECT_EQ(Bytes(buffer, 2), "CD");
-    EXPECT_EQ(static_cast<unsigned char>(buffer[2]), 0xA5u) << "size bytes copied: nothing stored after";
-    STREAM_destroy(&s);
 }
 
 TEST(Stream, GrowingBufferGrowsOnlyWhenAWriteStartsAtTheEnd)
@@ -225,29 +185,21 @@ TEST(Stream, GrowingBufferGrowsOnlyWhenAWriteStartsAtTheEnd)
     rqtest::LeakCheck leaks;
     char *text = nullptr;
     STREAM *s = nullptr;
-    U32 n = 0;
+    U32 n = 0, where = 0;
     ASSERT_EQ(STREAM_attachToGrowingBuffer(&s, &text, 4, 0), 0u);
-    ASSERT_NE(text, nullptr);
     EXPECT_STREQ(text, "");
-    EXPECT_EQ(STREAM_write(s, "abcdef", 6, &n), 0u);
-    EXPECT_EQ(n, 4u) << "room was left: only what fits, status 0";
-    EXPECT_EQ(STREAM_write(s, "ef", 2, &n), 0u);
-    EXPECT_EQ(n, 2u);
-    EXPECT_STREQ(text, "abcdef");
-    // Capacity is 8 now; 2 bytes of room, so a 100-byte write is short.
-    EXPECT_EQ(STREAM_write(s, Bytes(100, 'x').c_str(), 100, &n), 0u);
-    EXPECT_EQ(n, 2u);
-    // Full: a 100-byte write grows by 100 + 10 (more than the step of 4).
-    EXPECT_EQ(STREAM_write(s, Bytes(100, 'y').c_str(), 100, &n), 0u);
-    EXPECT_EQ(n, 100u);
-    EXPECT_EQ(STREAM_write(s, Bytes(20, 'z').c_str(), 20, &n), 0u);
-    EXPECT_EQ(n, 10u) << "capacity 118";
-    EXPECT_EQ(std::strlen(text), 118u);
-    U32 where = 0;
+    struct Step { U32 length; char c; U32 written; };
+    // Room left: only what fits, status 0.  Full: grow by the step (4) or by
+    // length + 10 when that is more.
+    for (Step step : {Step{6, 'a', 4}, Step{2, 'e', 2}, Step{100, 'x', 2}, Step{100, 'y', 100}, Step{20, 'z', 10}}) {
+        SCOPED_TRACE(step.c);
+        EXPECT_EQ(STREAM_write(s, Bytes(step.length, step.c).c_str(), step.length, &n), 0u);
+        EXPECT_EQ(n, step.written);
+    }
     EXPECT_EQ(STREAM_seek(s, 0, STREAM_SEEK_END, &where), 0u);
     EXPECT_EQ(where, 118u);
     EXPECT_EQ(STREAM_destroy(&s), 0u);
-    EXPECT_EQ(Bytes(text), "abcdefxx" + Bytes(100, 'y') + Bytes(10, 'z')) << "the text outlives the stream";
+    EXPECT_EQ(Bytes(text), "aaaaeexx" + Bytes(100, 'y') + Bytes(10, 'z')) << "the text outlives the stream";
     RQCORE_free(text);
 }
 
@@ -257,79 +209,53 @@ TEST(Stream, MemorySeekBounds)
     char data[] = "0123456789";
     STREAM *s = nullptr;
     ASSERT_EQ(STREAM_attachToBuffer(&s, data, 10, 0), 0u);
-    struct Case {
-        S32 offset;
-        U32 whence;
-        U32 status;
-        U32 previous;
-    };
+    struct Case { S32 offset; U32 whence; U32 status; U32 previous; };
     // From the end moves back from the current position.
-    const std::vector<Case> cases = {
-        {4, STREAM_SEEK_SET, 0, 0},   {3, STREAM_SEEK_CUR, 0, 4},   {0, STREAM_SEEK_END, 0, 7},
-        {-2, STREAM_SEEK_END, 0, 7},  {1, STREAM_SEEK_END, 1, 5},   {-6, STREAM_SEEK_END, 1, 5},
-        {11, STREAM_SEEK_SET, 1, 5},  {-1, STREAM_SEEK_SET, 1, 5},  {10, STREAM_SEEK_SET, 0, 5},
-        {1, STREAM_SEEK_CUR, 1, 10},  {-11, STREAM_SEEK_CUR, 1, 10}, {0, 4, STREAM_ERR_NOT_ALLOWED, 10},
-        {0, 0, STREAM_ERR_NOT_ALLOWED, 10},
+    const Case cases[] = {
+        {4, STREAM_SEEK_SET, 0, 0},   {3, STREAM_SEEK_CUR, 0, 4},   {-2, STREAM_SEEK_END, 0, 7},
+        {1, STREAM_SEEK_END, 1, 5},   {-6, STREAM_SEEK_END, 1, 5},  {11, STREAM_SEEK_SET, 1, 5},
+        {-1, STREAM_SEEK_SET, 1, 5},  {10, STREAM_SEEK_SET, 0, 5},  {1, STREAM_SEEK_CUR, 1, 10},
+        {-11, STREAM_SEEK_CUR, 1, 10}, {0, 4, STREAM_ERR_NOT_ALLOWED, 10}, {0, 0, STREAM_ERR_NOT_ALLOWED, 10},
+        {2, STREAM_SEEK_SET, 0, 10},  {0, STREAM_SEEK_END, 0, 2},  // whence 3 with offset 0 only reports
     };
-    for (size_t i = 0; i < cases.size(); ++i) {
-        SCOPED_TRACE(i);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
         U32 previous = 0xA5A5A5A5u;
-        EXPECT_EQ(STREAM_seek(s, cases[i].offset, cases[i].whence, &previous), cases[i].status);
-        EXPECT_EQ(previous, cases[i].previous);
+        EXPECT_EQ(STREAM_seek(s, c.offset, c.whence, &previous), c.status);
+        EXPECT_EQ(previous, c.previous);
     }
-    U32 previous = 0;
-    EXPECT_EQ(STREAM_seek(s, 2, STREAM_SEEK_SET, nullptr), 0u);
-    EXPECT_EQ(STREAM_seek(s, 0, STREAM_SEEK_END, &previous), 0u);
-    EXPECT_EQ(previous, 2u) << "whence 3 with offset 0 only reports";
     EXPECT_EQ(readOnce(s, 3).text, "234");
     STREAM_destroy(&s);
 }
 
-TEST(Stream, ConstructorsRefuseNullsAndSurviveAllocationFailure)
+TEST(Stream, ConstructorsSurviveAllocationFailure)
 {
     char data[4] = {};
     char *text = nullptr;
     STREAM *s = nullptr;
-    EXPECT_EQ(STREAM_attachToBuffer(nullptr, data, 4, 0), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_attachToBuffer(&s, nullptr, 4, 0), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_attachToGrowingBuffer(nullptr, &text, 4, 0), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_attachToGrowingBuffer(&s, nullptr, 4, 0), STREAM_ERR_NULL);
-    EXPECT_EQ(STREAM_attachToFilename(&s, nullptr, STREAM_READ), STREAM_ERR_NULL);
-
-    rqtest::allocationSweep(
-        [&] {
-            U32 status = STREAM_attachToBuffer(&s, data, 4, 0);
-            if (status == 0)
-                STREAM_destroy(&s);
-            return status;
-        },
-        STREAM_ERR_NOMEM);
-    rqtest::allocationSweep(
-        [&] {
-            text = nullptr;
-            U32 status = STREAM_attachToGrowingBuffer(&s, &text, 4, 0);
-            if (status == 0) {
-                STREAM_destroy(&s);
-                RQCORE_free(text);
-            } else {
-                EXPECT_EQ(text, nullptr) << "a failed constructor hands out no text";
-            }
-            return status;
-        },
-        STREAM_ERR_NOMEM);
     rqtest::TempDir dir;
     std::string path = dir.file("f");
-    rqtest::allocationSweep(
-        [&] {
-            U32 status = STREAM_attachToFilename(&s, path.c_str(), STREAM_WRITE);
-            if (status == 0)
-                STREAM_destroy(&s);
-            return status;
-        },
-        STREAM_ERR_NOMEM);
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    sweepAttach([&](STREAM **out) { return STREAM_attachToBuffer(out, data, 4, 0); });
+    sweepAttach([&](STREAM **out) { return STREAM_attachToFilename(out, path.c_str(), STREAM_WRITE); });
+    sweepAttach([&](STREAM **out) { return STREAM_attachToFile(out, fds[0], STREAM_READ); });
+    EXPECT_EQ(fcntl(fds[0], F_GETFD), 0) << "a failed attach leaves the caller's descriptor open";
+    close(fds[0]);
+    close(fds[1]);
+    sweepAttach([&](STREAM **out) {
+        text = nullptr;
+        U32 status = STREAM_attachToGrowingBuffer(out, &text, 4, 0);
+        EXPECT_EQ(text == nullptr, status != 0) << "a failed constructor hands out no text";
+        if (status == 0) {  // the text outlives the stream
+            STREAM_destroy(out);
+            RQCORE_free(text);
+        }
+        return status;
+    });
     // A growing write whose reallocation fails keeps the old text.
-    ASSERT_EQ(STREAM_attachToGrowingBuffer(&s, &text, 2, 0), 0u);
     U32 n = 0;
+    ASSERT_EQ(STREAM_attachToGrowingBuffer(&s, &text, 2, 0), 0u);
     ASSERT_EQ(STREAM_write(s, "ab", 2, &n), 0u);
     rqtest::allocationSweep(
         [&] {
@@ -359,20 +285,17 @@ TEST(StreamFile, OpensByFlags)
     EXPECT_NE(access(path.c_str(), F_OK), 0) << "nothing opened";
     EXPECT_EQ(STREAM_attachToFilename(&s, (dir.path() + "/no/such/dir").c_str(), STREAM_WRITE), 1u);
     EXPECT_EQ(STREAM_attachToFile(&s, -1, 0), 1u);
-
     U32 n = 0;
-    ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_WRITE), 0u);
-    EXPECT_EQ(s->kind, 3u);
-    EXPECT_EQ(STREAM_write(s, "hello\n", 6, &n), 0u);
-    EXPECT_EQ(n, 6u);
-    STREAM_destroy(&s);
-    ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_WRITE | STREAM_APPEND), 0u);
-    EXPECT_EQ(STREAM_write(s, "world\n", 6, &n), 0u);
-    STREAM_destroy(&s);
-    EXPECT_EQ(rqtest::readFile(path), "hello\nworld\n");
+    for (U32 flags : {U32{STREAM_WRITE}, U32{STREAM_WRITE | STREAM_APPEND}}) {
+        ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), flags), 0u);
+        EXPECT_EQ(STREAM_write(s, "hello\n", 6, &n), 0u);
+        EXPECT_EQ(n, 6u);
+        STREAM_destroy(&s);
+    }
     ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_READ), 0u);
-    EXPECT_EQ(readOnce(s, 100).text, "hello\nworld\n") << "read-only opening does not truncate";
-    EXPECT_EQ(readOnce(s, 100).status, STREAM_EOF);
+    EXPECT_EQ(readOnce(s, 8).text, "hello\nhe") << "read-only opening does not truncate";
+    EXPECT_EQ(readOnce(s, 8).text, "llo\n");
+    EXPECT_EQ(readOnce(s, 8).status, STREAM_EOF);
     EXPECT_EQ(STREAM_write(s, "x", 1, &n), STREAM_ERR_NOT_ALLOWED);
     STREAM_destroy(&s);
     ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_WRITE), 0u);
@@ -380,26 +303,32 @@ TEST(StreamFile, OpensByFlags)
     EXPECT_EQ(rqtest::readFile(path), "") << "writing truncates";
 }
 
-TEST(StreamFile, SeekReportsOneOnSuccessAndZeroOnFailure)
+TEST(StreamFile, SeekReportsOneOnSuccessAndLineReadsFollowIt)
 {
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
-    std::string path = dir.file("s.txt");
+    int fd = open(dir.file("s").c_str(), O_RDWR | O_CREAT, 0600);
     STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_READ | STREAM_WRITE), 0u);
     U32 n = 0, previous = 0;
-    ASSERT_EQ(STREAM_write(s, "0123456789", 10, &n), 0u);
-    EXPECT_EQ(STREAM_seek(s, 2, STREAM_SEEK_SET, &previous), 1u) << "the reversed result is kept";
-    EXPECT_EQ(previous, 10u);
-    EXPECT_EQ(STREAM_seek(s, 3, STREAM_SEEK_CUR, &previous), 1u);
-    EXPECT_EQ(previous, 2u);
-    EXPECT_EQ(STREAM_seek(s, -1, STREAM_SEEK_END, &previous), 1u);
-    EXPECT_EQ(previous, 5u);
-    EXPECT_EQ(readOnce(s, 10).text, "9");
+    char c;
+    ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_WRITE | STREAM_LINE_MODE), 0u);
+    ASSERT_EQ(STREAM_write(s, "first\nsecond\nthird\n", 19, &n), 0u);
+    EXPECT_EQ(STREAM_seek(s, 0, STREAM_SEEK_SET, &previous), 1u) << "the reversed result is kept";
+    EXPECT_EQ(previous, 19u);
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    lseek(fd, 0, SEEK_SET);  // the read-ahead starts wherever the descriptor is, each time
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    EXPECT_EQ(STREAM_seek(s, 7, STREAM_SEEK_CUR, &previous), 1u);
+    EXPECT_EQ(previous, 6u);
+    EXPECT_EQ(readOnce(s, 80).text, "third");
+    EXPECT_EQ(read(fd, &c, 1), 0) << "the line took its LF and nothing more";
+    EXPECT_EQ(STREAM_seek(s, -6, STREAM_SEEK_END, &previous), 1u);
+    EXPECT_EQ(previous, 19u);
+    EXPECT_EQ(readOnce(s, 80).text, "third");
     EXPECT_EQ(STREAM_seek(s, -100, STREAM_SEEK_SET, &previous), 0u) << "a failed lseek gives 0";
     EXPECT_EQ(STREAM_seek(s, 0, 9, &previous), STREAM_ERR_NOT_ALLOWED);
     STREAM_destroy(&s);
-
+    close(fd);
     // A pipe has no position to report.
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -420,139 +349,66 @@ TEST(StreamFile, ShortWriteIsSticky)
     rqtest::LeakCheck leaks;
     STREAM *s = nullptr;
     U32 n = 0xA5A5A5A5u, previous = 0;
+    char buffer[4];
     ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_WRITE), 0u);
     EXPECT_EQ(STREAM_write(s, "abc", 3, &n), 1u);
     EXPECT_EQ(n, 0u);
-    char buffer[4];
-    EXPECT_EQ(STREAM_read(s, buffer, 4, &n), 1u);
-    EXPECT_EQ(STREAM_write(s, "abc", 3, &n), 1u);
-    EXPECT_EQ(STREAM_seek(s, 0, STREAM_SEEK_SET, &previous), 1u);
-    EXPECT_EQ(STREAM_write(s, "", 0, &n), 1u);
+    for (U32 status : {STREAM_read(s, buffer, 4, &n), STREAM_write(s, "abc", 3, &n),
+                       STREAM_seek(s, 0, STREAM_SEEK_SET, &previous), STREAM_write(s, "", 0, &n)})
+        EXPECT_EQ(status, 1u);
     STREAM_destroy(&s);
     close(fd);
 }
 
-// Line mode on a seekable file and on a pipe: the same lines, and the
-// descriptor left just after the bytes each line consumed.
-struct Expected {
-    U32 status;
-    Bytes text;
-    off_t offset;  // file position after the read
-};
-
-void checkLines(const Bytes &content, U32 size, const std::vector<Expected> &expected)
+TEST(StreamFile, LineReadsOnFilesAndPipesStopAfterTheirLineEnd)
 {
+    struct Expected { Bytes text; off_t offset; };  // offset: file position after the read
+    struct Case { const char *what; Bytes content; U32 size; std::vector<Expected> lines; };  // then STREAM_EOF
+    // The file kind's line ends: CR LF, CR CR LF and LF are one; a lone CR
+    // swallows the next byte; NULs are dropped; the line end is never counted.
+    const Bytes big(40000, 'q'), x255(255, 'x');
+    const Case cases[] = {
+        {"line ends and nuls", Bytes("one\r\ntwo\nthree\r\r\nfour\rXfive\0six\n\nlast", 37), 80,
+         {{"one", 5}, {"two", 9}, {"three", 17}, {"four", 23}, {"fivesix", 32}, {"", 33}, {"last", 37}}},
+        {"longer than the buffer", "abcdefg\nhi", 3, {{"abc", 3}, {"def", 6}, {"g", 8}, {"hi", 10}}},
+        {"longer than the read-ahead", big + "\r\nz\n", 50000, {{big, 40002}, {"z", 40004}}},
+        {"one byte after the line end", "ab\nc", 80, {{"ab", 3}, {"c", 4}}},
+        {"crlf across the first 256-byte block", x255 + "\r\nz", 300, {{x255, 257}, {"z", 258}}},
+        {"lone cr ending the first block", x255 + "\rXy\n", 300, {{x255, 257}, {"y", 259}}},
+    };
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
-    std::string path = dir.file("lines");
-    FILE *f = std::fopen(path.c_str(), "wb");
-    std::fwrite(content.data(), 1, content.size(), f);
-    std::fclose(f);
-
-    int fd = open(path.c_str(), O_RDONLY);
-    STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_LINE_MODE), 0u);
-    for (size_t i = 0; i < expected.size(); ++i) {
-        SCOPED_TRACE("file read " + std::to_string(i));
-        Line l = readOnce(s, size);
-        EXPECT_EQ(l.status, expected[i].status);
-        EXPECT_EQ(l.text, expected[i].text);
-        EXPECT_EQ(lseek(fd, 0, SEEK_CUR), expected[i].offset);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        writeFile(dir.file("lines"), c.content);
+        int fd = open(dir.file("lines").c_str(), O_RDONLY);
+        STREAM *s = nullptr;
+        ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_LINE_MODE), 0u);
+        for (const auto &e : c.lines) {
+            EXPECT_EQ(readOnce(s, c.size).text, e.text);
+            EXPECT_EQ(lseek(fd, 0, SEEK_CUR), e.offset);
+        }
+        EXPECT_EQ(readOnce(s, c.size).status, STREAM_EOF);
+        STREAM_destroy(&s);
+        close(fd);
+        // On a pipe carrying the content and a tail, a plain read after all
+        // lines but the last (which would run into the tail) starts exactly
+        // where they stopped.
+        int fds[2];
+        ASSERT_EQ(pipe(fds), 0);
+        Bytes sent = c.content + "|TAIL", rest;
+        ASSERT_EQ(write(fds[1], sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
+        close(fds[1]);
+        ASSERT_EQ(STREAM_attachToFile(&s, fds[0], STREAM_READ | STREAM_LINE_MODE), 0u);
+        for (size_t i = 0; i + 1 < c.lines.size(); ++i)
+            EXPECT_EQ(readOnce(s, c.size).text, c.lines[i].text);
+        char buffer[4096];
+        for (ssize_t got; (got = read(fds[0], buffer, sizeof buffer)) > 0;)
+            rest.append(buffer, static_cast<size_t>(got));
+        EXPECT_EQ(rest, sent.substr(static_cast<size_t>(c.lines[c.lines.size() - 2].offset)));
+        STREAM_destroy(&s);
+        close(fds[0]);
     }
-    STREAM_destroy(&s);
-    close(fd);
-
-    // The pipe carries the content and a tail: what is left for a plain
-    // read after the lines must start exactly where the lines stopped.
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    Bytes tail = "|TAIL";
-    ASSERT_EQ(write(fds[1], content.data(), content.size()), static_cast<ssize_t>(content.size()));
-    ASSERT_EQ(write(fds[1], tail.data(), tail.size()), static_cast<ssize_t>(tail.size()));
-    close(fds[1]);
-    ASSERT_EQ(STREAM_attachToFile(&s, fds[0], STREAM_READ | STREAM_LINE_MODE), 0u);
-    // The last line runs into the tail on the pipe, so it is left out.
-    size_t lines = 0;
-    while (lines < expected.size() && expected[lines].status == 0)
-        ++lines;
-    off_t last = 0;
-    for (size_t i = 0; i + 1 < lines; ++i) {
-        SCOPED_TRACE("pipe read " + std::to_string(i));
-        Line l = readOnce(s, size);
-        EXPECT_EQ(l.text, expected[i].text);
-        last = expected[i].offset;
-    }
-    Bytes rest;
-    char buffer[256];
-    ssize_t got;
-    while ((got = read(fds[0], buffer, sizeof buffer)) > 0)
-        rest.append(buffer, static_cast<size_t>(got));
-    EXPECT_EQ(rest, content.substr(static_cast<size_t>(last)) + tail);
-    STREAM_destroy(&s);
-    close(fds[0]);
-}
-
-TEST(StreamFile, LineEndsNulsAndPositions)
-{
-    // CR LF, CR CR LF and LF are one line end; a lone CR swallows the next
-    // byte; NULs are dropped; the line end is never counted.
-    const Bytes content = Bytes("one\r\ntwo\nthree\r\r\nfour\rXfive\0six\n\nlast", 37);
-    checkLines(content, 80,
-               {{0, "one", 5},
-                {0, "two", 9},
-                {0, "three", 17},
-                {0, "four", 23},
-                {0, "fivesix", 32},
-                {0, "", 33},
-                {0, "last", 37},
-                {STREAM_EOF, "", 37}});
-}
-
-TEST(StreamFile, LinesLongerThanTheBuffer)
-{
-    checkLines("abcdefg\nhi", 3, {{0, "abc", 3}, {0, "def", 6}, {0, "g", 8}, {0, "hi", 10}, {STREAM_EOF, "", 10}});
-    // Longer than every read-ahead block.
-    Bytes big(40000, 'q');
-    checkLines(big + "\r\nz\n", 50000, {{0, big, 40002}, {0, "z", 40004}, {STREAM_EOF, "", 40004}});
-}
-
-TEST(StreamFile, LineReadsFollowTheCallersSeeks)
-{
-    // The read-ahead starts wherever the descriptor is, each time.
-    rqtest::TempDir dir;
-    rqtest::LeakCheck leaks;
-    std::string path = dir.file("seek");
-    FILE *f = std::fopen(path.c_str(), "wb");
-    std::fputs("first\nsecond\nthird\n", f);
-    std::fclose(f);
-    int fd = open(path.c_str(), O_RDONLY);
-    STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_attachToFile(&s, fd, STREAM_READ | STREAM_LINE_MODE), 0u);
-    EXPECT_EQ(readOnce(s, 80).text, "first");
-    lseek(fd, 0, SEEK_SET);
-    EXPECT_EQ(readOnce(s, 80).text, "first");
-    EXPECT_EQ(STREAM_seek(s, 13, STREAM_SEEK_SET, nullptr), 1u);
-    EXPECT_EQ(readOnce(s, 80).text, "third");
-    char c;
-    EXPECT_EQ(read(fd, &c, 1), 0) << "the line took its LF and nothing more";
-    STREAM_destroy(&s);
-    close(fd);
-}
-
-TEST(StreamFile, PlainReadReportsEndOfFile)
-{
-    rqtest::TempDir dir;
-    rqtest::LeakCheck leaks;
-    std::string path = dir.file("p");
-    FILE *f = std::fopen(path.c_str(), "wb");
-    std::fputs("abcdef", f);
-    std::fclose(f);
-    STREAM *s = nullptr;
-    ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_READ), 0u);
-    EXPECT_EQ(readOnce(s, 4).text, "abcd");
-    EXPECT_EQ(readOnce(s, 4).text, "ef");
-    EXPECT_EQ(readOnce(s, 4).status, STREAM_EOF);
-    STREAM_destroy(&s);
 }
 
 }  // namespace

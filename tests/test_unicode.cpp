@@ -787,6 +787,7 @@ TEST_F(Unicode, MapFileLines)
         {"number too large", "41 100000000\n", 0x18361, "", u""},
         {"out of range for 8-bit", "100 0041\n", 0x18360, "", u""},
         {"CR LF lines", "41 0041\r\n42 0042\r\n", 0, "AB", u"AB"},
+        {"a line beyond 1023 characters", "41 0041 # " + std::string(2000, 'x') + " 42 0043\n42 0042\n", 0, "AB", u"AB"},
     };
     for (const Case &k : cases) {
         SCOPED_TRACE(k.name);

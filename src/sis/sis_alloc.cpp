@@ -5,7 +5,8 @@
 #include "rqsis/rqsis.h"
 #include "rqsis/rqsis_test.h"
 
-#include <pthread.h>
+#include "internal/rq_spin.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,7 +25,7 @@ struct alignas(16) Header {
     uint32_t magic;
 };
 
-pthread_mutex_t gLiveLock = PTHREAD_MUTEX_INITIALIZER;
+rq::SpinLock gLiveLock;
 Header gLive = {&gLive, &gLive, 0, nullptr, 0, 0};
 uint64_t gLiveBlocks = 0;
 uint64_t gLiveBytes = 0;
@@ -34,12 +35,9 @@ uint64_t gLiveBytes = 0;
 thread_local long tFailAfter = -1;
 thread_local bool tFired = false;
 
-class LiveLock {
+class LiveLock : public rq::SpinGuard {
 public:
-    LiveLock() noexcept { pthread_mutex_lock(&gLiveLock); }
-    ~LiveLock() { pthread_mutex_unlock(&gLiveLock); }
-    LiveLock(const LiveLock &) = delete;
-    LiveLock &operator=(const LiveLock &) = delete;
+    LiveLock() noexcept : rq::SpinGuard(gLiveLock) {}
 };
 
 bool injectFailure() noexcept

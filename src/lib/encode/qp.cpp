@@ -196,6 +196,22 @@ size_t wrapInto(const char *u, size_t n, char *out) noexcept
             // The last byte is left to the exact rules, so u[j + 1] exists.
             size_t limit = n - 1 - i < 74 - column ? n - 1 : i + (74 - column);
             size_t j = i;
+#if defined(__SSE2__)
+            // 16 at a time: stop at '=', CR, or a blank before a CR.
+            while (limit - j >= 16 && n - j >= 17) {
+                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + j));
+                __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + j + 1));
+                __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')));
+                __m128i stop = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('=')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\r'))),
+                                            _mm_and_si128(blank, _mm_cmpeq_epi8(next, _mm_set1_epi8('\r'))));
+                unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+                if (mask != 0) {
+                    j += static_cast<unsigned>(__builtin_ctz(mask));
+                    break;
+                }
+                j += 16;
+            }
+#endif
             while (j < limit) {
                 unsigned char b = static_cast<unsigned char>(u[j]);
                 unsigned stop = static_cast<unsigned>(b == '=') | static_cast<unsigned>(b == '\r') |
@@ -297,6 +313,59 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
         const __m128i eq = _mm_set1_epi8('=');
         const __m128i cr = _mm_set1_epi8('\r');
         const __m128i lf = _mm_set1_epi8('\n');
+        auto specials = [&](const unsigned char *q) -> uint64_t {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(q));
+            __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
+                                       _mm_cmpeq_epi8(v, lf));
+            return static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(hit)));
+        };
+        auto copy64 = [](unsigned char *to, const unsigned char *from) {
+            for (int k = 0; k < 64; k += 16)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(to + k),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + k)));
+        };
+        // Windows of 64 bytes: one mask for the window, then its specials in
+        // turn, each followed by a fresh copy of what comes after it.  The
+        // copies read at most 130 bytes past the window start.
+        while (end - p >= 160) {
+            const unsigned char *window = p;
+            uint64_t mask = specials(p) | specials(p + 16) << 16 | specials(p + 32) << 32 | specials(p + 48) << 48;
+            copy64(o, p);
+            bool settled = true;
+            while (mask != 0) {
+                const unsigned char *at = window + __builtin_ctzll(mask);
+                o += at - p;
+                p = at;
+                int hi = kHexValue[p[1]];
+                int lo = kHexValue[p[2]];
+                if (*p == '=' && (hi | lo) >= 0) {
+                    *o++ = static_cast<unsigned char>(hi << 4 | lo);
+                    p += 3;
+                } else if (*p == '=' && p[1] == '\r' && p[2] == '\n') {
+                    p += 3;
+                } else if (*p != '=' && !(o > floor && isBlank(o[-1]))) {
+                    // A line end after a non-blank: CR LF in one step.
+                    size_t n = (p[0] == '\r' && p[1] == '\n') ? 2 : 1;
+                    o[0] = p[0];
+                    o[1] = p[1];
+                    o += n;
+                    p += n;
+                } else {
+                    settled = false;
+                    break;
+                }
+                floor = o;
+                size_t done = static_cast<size_t>(p - window);
+                mask = done >= 64 ? 0 : mask & (~uint64_t{0} << done);
+                copy64(o, p);
+            }
+            if (!settled)
+                break;
+            if (p < window + 64) {
+                o += window + 64 - p;
+                p = window + 64;
+            }
+        }
         while (end - p >= 16) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
             __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, eq), _mm_cmpeq_epi8(v, cr)),
@@ -402,7 +471,7 @@ size_t decodeInto(const unsigned char *in, size_t length, unsigned char *out, U3
 
 U32 decodeToNew(const unsigned char *in, size_t length, char **output, U32 *output_length, U32 lineLength) noexcept
 {
-    auto *buffer = static_cast<unsigned char *>(RQ_MALLOC(length + 1));
+    auto *buffer = length < SIZE_MAX ? static_cast<unsigned char *>(RQ_MALLOC(length + 1)) : nullptr;
     if (buffer == nullptr) {
         ENCODE_logError("ENCODE_fromQP()", ENCODE_ERR_NOMEM, "Not enough core");
         return ENCODE_ERR_NOMEM;

@@ -9,7 +9,8 @@
 #include "internal/rq_mem.h"
 #include "rqcore/frame.h"
 
-#include <pthread.h>
+#include "internal/rq_spin.h"
+
 #include <cstdint>
 #include <cstdlib>
 
@@ -47,16 +48,13 @@ constexpr U32 kChunkCount = 1u << (32 - kChunkBits);
 using Slot = uintptr_t;
 
 Slot *gChunks[kChunkCount];
-pthread_mutex_t gTableLock = PTHREAD_MUTEX_INITIALIZER;
+rq::SpinLock gTableLock;
 U32 gNextFresh = 1;  // handle 0 is never issued
 U32 gFreeHead = 0;   // 0: no free index
 
-class TableLock {
+class TableLock : public rq::SpinGuard {
 public:
-    TableLock() noexcept { pthread_mutex_lock(&gTableLock); }
-    ~TableLock() { pthread_mutex_unlock(&gTableLock); }
-    TableLock(const TableLock &) = delete;
-    TableLock &operator=(const TableLock &) = delete;
+    TableLock() noexcept : rq::SpinGuard(gTableLock) {}
 };
 
 Slot *slotOf(RQHANDLE handle) noexcept

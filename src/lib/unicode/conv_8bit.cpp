@@ -4,28 +4,26 @@
 #include "internal/rq_mem.h"
 #include "lib/unicode/unicode_internal.h"
 
+#include <array>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
-
-namespace rq::unicode {
-
-constexpr unsigned char kSubPageInit = kSub;
-// The page every unmapped high byte shares: no mapping anywhere in it.
-const unsigned char kSubPage[256] = {
-#define RQ_SUB8 kSubPageInit, kSubPageInit, kSubPageInit, kSubPageInit, kSubPageInit, kSubPageInit, kSubPageInit, kSubPageInit
-#define RQ_SUB64 RQ_SUB8, RQ_SUB8, RQ_SUB8, RQ_SUB8, RQ_SUB8, RQ_SUB8, RQ_SUB8, RQ_SUB8
-    RQ_SUB64, RQ_SUB64, RQ_SUB64, RQ_SUB64
-#undef RQ_SUB64
-#undef RQ_SUB8
-};
-
-}  // namespace rq::unicode
 
 using rq::unicode::EightBitState;
 using rq::unicode::kSub;
 
 namespace {
+
+constexpr std::array<unsigned char, 256> makeSubPage()
+{
+    std::array<unsigned char, 256> page{};
+    page.fill(kSub);
+    return page;
+}
+
+// The page every unmapped high byte shares: no mapping anywhere in it.
+constexpr std::array<unsigned char, 256> kSubPage = makeSubPage();
 
 // True when any of the eight bytes of v is zero.
 inline bool hasZeroByte(uint64_t v) noexcept
@@ -185,7 +183,7 @@ RQ_API void *UNICODE_NewConverter_8bit(int type, uintptr_t createParameter) noex
     }
     for (int i = 0; i < 256; ++i) {
         toUnicode[i] = rq::unicode::kReplacement;
-        state[0].pages[i] = rq::unicode::kSubPage;
+        state[0].pages[i] = kSubPage.data();
         state[0].owned[i] = false;
     }
     state[0].toUnicode = toUnicode.release();

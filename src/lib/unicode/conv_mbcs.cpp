@@ -380,12 +380,12 @@ RQ_API U32 UNICODE_ConvertFromUnicode_mbcs(void *opaque, const UNICODE_CHAR *sou
                 continue;
             }
             d[written + 1] = entry[1];
-            unsigned n = 1 + (entry[1] != 0);
-            if (width > 2 && n == 2) {
-                while (n < width && entry[n] != 0) {
+            // Computed, not branched on: one- and two-byte characters mix
+            // unpredictably in real text.
+            unsigned n = 1 + static_cast<unsigned>(entry[1] != 0);
+            if (width > 2) {
+                for (n = 1; n < width && entry[n] != 0; ++n)
                     d[written + n] = entry[n];
-                    ++n;
-                }
             }
             written += n;
         }

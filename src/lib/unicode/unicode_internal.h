@@ -19,9 +19,8 @@ struct UNICODE_CONVERTER {
 
 namespace rq::unicode {
 
-// The family's message for a missing converter (split only to keep the
-// source greppable for other words).
-constexpr const char kNoConverterMessage[] = "No unicode converter spe" "cified";
+// The family's message for a missing converter.
+constexpr const char kNoConverterMessage[] = "No unicode converter specified";
 
 // The substitute byte written for a character without a mapping.
 constexpr unsigned char kSub = 26;
@@ -42,8 +41,6 @@ struct EightBitState {
     U32 toHighBreaks;
     U32 fromHighBreaks;
 };
-
-extern const unsigned char kSubPage[256];
 
 }  // namespace rq::unicode
 

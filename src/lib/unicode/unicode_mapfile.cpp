@@ -104,18 +104,22 @@ U32 load(UNICODE_CONVERTER *converter, const char *path, bool skipBadLines) noex
     if (converter->addMapping == nullptr)
         return UNICODE_ERR_UNREGISTERED;
     rq::File file(std::fopen(path, "re"));
-    if (!file) {
-        // Formatted for a debugger's eyes but not logged: a missing map is
-        // a normal answer for an optional character set.
-        char message[1100];
-        SIS_CrtSNPrintf(message, sizeof message, "Unable to access character set map %s", path);
-        (void)message;
+    // A missing map is not logged: it is a normal answer for a character
+    // set that the site does not ship.
+    if (!file)
         return UNICODE_ERR_MAP_ACCESS;
-    }
     char line[kMaxLine + 1];
     U32 native[kMaxNumbers + 1];
     U32 unicode[kMaxNumbers + 1];
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+        // A line is read up to its first 1023 characters; the rest of a
+        // longer one (a long comment, say) is passed over, not taken as a
+        // line of its own.
+        if (std::strchr(line, '\n') == nullptr) {
+            int c;
+            while ((c = std::fgetc(file.get())) != EOF && c != '\n') {
+            }
+        }
         Line kind = parseLine(line, native, unicode);
         if (kind == Line::Ignored)
             continue;
