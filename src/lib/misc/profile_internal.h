@@ -55,6 +55,10 @@ U32 parseValue(const char *text, LineReader *more, char *dst, size_t cap) noexce
 // Section header test of the key getters: "[", blanks, name, blanks, "]".
 bool headerMatches(const char *line, std::string_view section) noexcept;
 
+// Reads lines into `line` up to and including the header of `section`;
+// false when the file ends first.
+bool skipToSection(LineReader &reader, char *line, const char *section) noexcept;
+
 // Key test: blanks, key, blanks, "=".  Returns the text after "=" or nullptr.
 const char *keyMatches(const char *line, std::string_view key) noexcept;
 

@@ -23,11 +23,7 @@ U32 findValue(const char *path, const char *section, const char *key, char *dst,
         return PROFIL_ERR_OPEN;
     LineReader reader(fd.get());
     char line[kLineBuffer];
-    std::string_view wanted(section);
-    bool found = false;
-    while (!found && reader.next(line))
-        found = headerMatches(line, wanted);
-    if (!found)
+    if (!skipToSection(reader, line, section))
         return PROFIL_ERR_NO_SECTION;
     if (key == nullptr)
         return PROFIL_ERR_NO_KEY;

@@ -200,6 +200,15 @@ bool headerMatches(const char *line, std::string_view section) noexcept
     return *p == ']';
 }
 
+bool skipToSection(LineReader &reader, char *line, const char *section) noexcept
+{
+    std::string_view wanted(section);
+    while (reader.next(line))
+        if (headerMatches(line, wanted))
+            return true;
+    return false;
+}
+
 const char *keyMatches(const char *line, std::string_view key) noexcept
 {
     const char *p = SkipBlanks(line);

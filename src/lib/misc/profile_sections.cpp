@@ -246,11 +246,7 @@ RQ_API U32 DX_GetProfileSection(const char *path, const char *section, HLIST *li
         return PROFIL_ERR_OPEN;
     LineReader reader(fd.get());
     char line[kLineBuffer];
-    std::string_view wanted(section);
-    bool found = false;
-    while (!found && reader.next(line))
-        found = headerMatches(line, wanted);
-    if (!found)
+    if (!skipToSection(reader, line, section))
         return PROFIL_ERR_NO_SECTION;
     HLIST keywords = 0;
     bool atHeader = false;
@@ -354,10 +350,7 @@ RQ_API U32 DX_IsAProfileSection(const char *path, const char *section, U32 *foun
         return PROFIL_ERR_OPEN;
     LineReader reader(fd.get());
     char line[kLineBuffer];
-    std::string_view wanted(section);
-    *found = 0;
-    while (*found == 0 && reader.next(line))
-        *found = headerMatches(line, wanted) ? 1 : 0;
+    *found = skipToSection(reader, line, section) ? 1 : 0;
     return 0;
 }
 
