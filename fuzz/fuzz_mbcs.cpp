@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     size_t length = std::char_traits<char16_t>::length(reinterpret_cast<char16_t *>(whole));
     if (at == wholeEnd || pieces.size() == length) {
-        if (pieces.size() != length || std::memcmp(pieces.data(), whole, length * 2) != 0)
+        if (pieces.size() != length || (length != 0 && std::memcmp(pieces.data(), whole, length * 2) != 0))
             __builtin_trap();
     }
     UNICODE_BufferFree(reinterpret_cast<void **>(&whole));
