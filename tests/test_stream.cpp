@@ -329,6 +329,18 @@ TEST(StreamFile, SeekReportsOneOnSuccessAndLineReadsFollowIt)
     EXPECT_EQ(STREAM_seek(s, 0, 9, &previous), STREAM_ERR_NOT_ALLOWED);
     STREAM_destroy(&s);
     close(fd);
+    // Over its own descriptor, a write or a plain read after a line read
+    // starts right after that line, not after the bytes read ahead.
+    ASSERT_EQ(STREAM_attachToFilename(&s, dir.file("s").c_str(), STREAM_READ | STREAM_WRITE | STREAM_LINE_MODE), 0u);
+    ASSERT_EQ(STREAM_write(s, "first\nsecond\nthird\n", 19, &n), 0u);
+    STREAM_seek(s, 0, STREAM_SEEK_SET, nullptr);
+    EXPECT_EQ(readOnce(s, 80).text, "first");
+    ASSERT_EQ(STREAM_write(s, "S", 1, &n), 0u);
+    EXPECT_EQ(readOnce(s, 80).text, "econd");
+    STREAM_unsetFlags(s, STREAM_LINE_MODE, nullptr);
+    EXPECT_EQ(readOnce(s, 3).text, "thi");
+    STREAM_destroy(&s);
+    EXPECT_EQ(rqtest::readFile(dir.file("s")), "first\nSecond\nthird\n");
     // A pipe has no position to report.
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -391,6 +403,21 @@ TEST(StreamFile, LineReadsOnFilesAndPipesStopAfterTheirLineEnd)
         EXPECT_EQ(readOnce(s, c.size).status, STREAM_EOF);
         STREAM_destroy(&s);
         close(fd);
+        // A stream that opened the file itself keeps its read-ahead between
+        // lines: the same lines in a row, and the same positions when a seek
+        // asks for them between lines.
+        for (bool ask : {false, true}) {
+            ASSERT_EQ(STREAM_attachToFilename(&s, dir.file("lines").c_str(), STREAM_READ | STREAM_LINE_MODE), 0u);
+            for (const auto &e : c.lines) {
+                EXPECT_EQ(readOnce(s, c.size).text, e.text);
+                U32 here = static_cast<U32>(e.offset);
+                if (ask)
+                    STREAM_seek(s, 0, STREAM_SEEK_CUR, &here);
+                EXPECT_EQ(here, static_cast<U32>(e.offset));
+            }
+            EXPECT_EQ(readOnce(s, c.size).status, STREAM_EOF);
+            STREAM_destroy(&s);
+        }
         // On a pipe carrying the content and a tail, a plain read after all
         // lines but the last (which would run into the tail) starts exactly
         // where they stopped.

@@ -1,9 +1,13 @@
 // File streams: a file the stream opens and owns, or a caller's descriptor.
 //
-// Line mode reads ahead in blocks where the descriptor can seek and puts
-// the descriptor back just after the bytes the line consumed, so callers
-// see the same positions as with one read(2) per byte; pipes and sockets
-// are read one byte at a time.
+// Line mode on a caller's descriptor reads ahead in blocks where the
+// descriptor can seek and puts it back just after the bytes the line
+// consumed, so the caller sees the same positions as with one read(2) per
+// byte.  A descriptor the stream opened itself is seen by nobody else: its
+// line reads keep the read-ahead block between calls, and every other
+// operation (seek, write, a plain read) first moves the descriptor back
+// over the bytes not yet handed out, so the positions the stream reports
+// stay the same.  Pipes and sockets are read one byte at a time.
 
 #define RQ_SOURCE_TAG "src/lib/core/lib/mime/stream_file"
 #include "internal/rq_mem.h"
@@ -16,6 +20,8 @@ namespace {
 
 enum LastOp : U32 { kOpRead = 1, kOpWrite = 2, kOpSeek = 3, kOpOpened = 4 };
 
+constexpr U32 kAheadSize = 32768;
+
 struct FileState {
     int fd;
     U32 ownsFd;    // 1 = close on destroy
@@ -24,6 +30,11 @@ struct FileState {
     U32 lastOp;
     U32 spare2;
     char name[4096];
+    // Line-mode read-ahead kept between calls (owned descriptors only):
+    // ahead[aheadPos, aheadEnd) has been read from the file but not handed out.
+    char *ahead;
+    U32 aheadPos;
+    U32 aheadEnd;
 };
 
 void trace(const STREAM *s, const char *name) noexcept
@@ -121,6 +132,55 @@ U32 readLineAhead(int fd, LineScanner &line, U32 *count) noexcept
     return finishLine(line, count);
 }
 
+// Line reads from the kept read-ahead block.  Runs of plain bytes are
+// copied whole; line ends, NULs and the byte after a line end go through
+// the scanner, so the result is the scanner's byte for byte.
+U32 readLineKept(FileState *st, LineScanner &line, U32 *count) noexcept
+{
+    char *ahead = st->ahead;
+    U32 pos = st->aheadPos;
+    U32 end = st->aheadEnd;
+    while (!line.done) {
+        if (pos == end) {
+            ssize_t got = readSome(st->fd, ahead, kAheadSize);
+            if (got <= 0)
+                break;
+            pos = 0;
+            end = static_cast<U32>(got);
+        }
+        if (!line.inLineEnd) {
+            U32 room = line.size - line.stored;
+            U32 n = end - pos < room ? end - pos : room;
+            const char *p = ahead + pos;
+            U32 k = 0;
+            while (k < n && p[k] != '\r' && p[k] != '\n' && p[k] != '\0')
+                ++k;
+            std::memcpy(line.buffer + line.stored, p, k);
+            line.stored += k;
+            pos += k;
+            if (line.stored >= line.size) {
+                line.done = true;
+                break;
+            }
+            if (pos == end)
+                continue;
+        }
+        line.feed(ahead[pos++]);
+    }
+    st->aheadPos = pos;
+    st->aheadEnd = end;
+    return finishLine(line, count);
+}
+
+// Gives the file back the bytes read ahead but not handed out, so that the
+// descriptor stands where the caller's reads so far have brought it.
+bool returnReadAhead(FileState *st) noexcept
+{
+    U32 unread = st->aheadEnd - st->aheadPos;
+    st->aheadPos = st->aheadEnd = 0;
+    return unread == 0 || SIS_CrtLSeek(st->fd, -static_cast<S32>(unread), SEEK_CUR) >= 0;
+}
+
 U32 STREAM_file_init(STREAM *s, void *privateData) noexcept
 {
     if (s == nullptr)
@@ -143,6 +203,8 @@ U32 STREAM_file_destroy(STREAM *s) noexcept
         return STREAM_ERR_CORRUPT;
     if (st->ownsFd == 1 && st->fd >= 0)
         ::close(st->fd);
+    if (st->ahead != nullptr)
+        RQ_FREE(st->ahead);
     RQ_FREE(st);
     s->privateData = nullptr;
     return 0;
@@ -158,6 +220,8 @@ U32 STREAM_file_write(STREAM *s, const char *bytes, U32 length, U32 *written) no
         return STREAM_ERR_CORRUPT;
     if (st->sticky != 0)
         return st->sticky;
+    if (!returnReadAhead(st))
+        return 1;
     st->lastOp = kOpWrite;
     // Each attempt writes the whole buffer from its start; a partial write
     // therefore ends as a short write below.
@@ -195,6 +259,8 @@ U32 STREAM_file_read(STREAM *s, char *buffer, U32 size, U32 *count) noexcept
         return st->sticky;
     st->lastOp = kOpRead;
     if ((s->flags & STREAM_LINE_MODE) == 0) {
+        if (!returnReadAhead(st))
+            return 1;
         ssize_t got = readSome(st->fd, buffer, size);
         if (got == 0) {
             if (count != nullptr)
@@ -217,6 +283,10 @@ U32 STREAM_file_read(STREAM *s, char *buffer, U32 size, U32 *count) noexcept
         st->seekable = SIS_CrtLSeek(st->fd, 0, SEEK_CUR) < 0 ? 2 : 1;
     if (st->seekable == 2)
         return readLineByBytes(st->fd, line, count);
+    if (st->ownsFd == 1 && st->ahead == nullptr)
+        st->ahead = static_cast<char *>(RQ_MALLOC(kAheadSize));  // without it, the per-line way below
+    if (st->ownsFd == 1 && st->ahead != nullptr)
+        return readLineKept(st, line, count);
     return readLineAhead(st->fd, line, count);
 }
 
@@ -230,6 +300,8 @@ U32 STREAM_file_seek(STREAM *s, S32 offset, U32 whence, U32 *previous) noexcept
         return STREAM_ERR_CORRUPT;
     if (st->sticky != 0)
         return st->sticky;
+    if (!returnReadAhead(st))
+        return 0;
     st->lastOp = kOpSeek;
     if (previous != nullptr) {
         int64_t here = SIS_CrtLSeek(st->fd, 0, SEEK_CUR);
