@@ -1,6 +1,8 @@
 // MIME parsing, body extraction and generation, beside GMime 3 parsing the
 // same bytes.  Messages of 1 MB and 50 MB: multipart/mixed with alternating
-// quoted-printable text parts and base64 attachments.
+// quoted-printable text parts and base64 attachments; and messages of many
+// tiny parts (40 bytes each) or deeply nested multiparts, whose cost must
+// grow with the number of parts and levels, not with its square.
 #include <benchmark/benchmark.h>
 
 #include "rqcore/encode.h"
@@ -231,6 +233,98 @@ void BM_RqGenerateMessage(benchmark::State &state)
     state.SetBytesProcessed(static_cast<int64_t>(bytes));
 }
 
+// Many tiny parts: "--b", a Content-Type line, a blank line and one body
+// line, 40 bytes in all.
+std::string manyParts(int64_t count)
+{
+    std::string m = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
+    m.reserve(m.size() + static_cast<size_t>(count) * 40 + 8);
+    for (int64_t i = 0; i < count; ++i)
+        m += "--b\r\nContent-Type: text/plain\r\n\r\nhello\r\n";
+    m += "--b--\r\n";
+    return m;
+}
+
+// Every part a multipart holding the next one, each level with its own
+// boundary (the parser flattens them all into one part list).
+std::string nestedParts(int64_t levels)
+{
+    std::string m = "Content-Type: multipart/mixed; boundary=b0\r\n\r\n";
+    for (int64_t i = 0; i < levels; ++i)
+        m += "--b" + std::to_string(i) + "\r\nContent-Type: multipart/mixed; boundary=b" + std::to_string(i + 1) +
+             "\r\n\r\n";
+    return m;
+}
+
+void rqParseCount(benchmark::State &state, const std::string &message)
+{
+    std::string copy = message;
+    for (auto _ : state) {
+        STREAM *in = nullptr;
+        STREAM_attachToBuffer(&in, copy.data(), static_cast<U32>(copy.size()), STREAM_READ);
+        MIME_CONTEXT *ctx = nullptr;
+        MIME_createContext(&ctx);
+        MIME_WRAPPER *w = nullptr;
+        if (MIME_parseMessageFromStream(ctx, in, &w) != 0 || w->partCount < static_cast<U32>(state.range(0)))
+            state.SkipWithError("parse failed");
+        MIME_destroyWrapper(ctx, &w);
+        MIME_destroyContext(&ctx);
+        STREAM_destroy(&in);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * message.size()));
+    state.counters["parts"] = static_cast<double>(state.range(0));
+}
+
+void BM_RqParseManyParts(benchmark::State &state)
+{
+    rqParseCount(state, manyParts(state.range(0)));
+}
+
+void BM_RqParseNested(benchmark::State &state)
+{
+    rqParseCount(state, nestedParts(state.range(0)));
+}
+
+void BM_GMimeParseManyParts(benchmark::State &state)
+{
+    std::string message = manyParts(state.range(0));
+    for (auto _ : state) {
+        GMimeStream *stream = g_mime_stream_mem_new_with_buffer(message.data(), message.size());
+        gmimeOnce(state, stream, false);
+        g_object_unref(stream);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * message.size()));
+    state.counters["parts"] = static_cast<double>(state.range(0));
+}
+
+// Writing and freeing a parsed message of many tiny parts.
+void BM_RqGenerateAndDestroyManyParts(benchmark::State &state)
+{
+    std::string message = manyParts(state.range(0));
+    MIME_CONTEXT *ctx = nullptr;
+    MIME_createContext(&ctx);
+    std::string sink(message.size() * 2, '\0');
+    for (auto _ : state) {
+        state.PauseTiming();
+        STREAM *in = nullptr;
+        STREAM_attachToBuffer(&in, message.data(), static_cast<U32>(message.size()), STREAM_READ);
+        MIME_WRAPPER *w = nullptr;
+        MIME_parseMessageFromStream(ctx, in, &w);
+        STREAM *out = nullptr;
+        STREAM_attachToBuffer(&out, sink.data(), static_cast<U32>(sink.size()), STREAM_WRITE);
+        state.ResumeTiming();
+        if (MIME_outputWrapperToStream(ctx, out, w) != 0)
+            state.SkipWithError("output failed");
+        MIME_destroyWrapper(ctx, &w);
+        state.PauseTiming();
+        STREAM_destroy(&out);
+        STREAM_destroy(&in);
+        state.ResumeTiming();
+    }
+    MIME_destroyContext(&ctx);
+    state.counters["parts"] = static_cast<double>(state.range(0));
+}
+
 }  // namespace
 
 BENCHMARK(BM_RqParseBuffer)->ArgsProduct({{1, 50}, {0, 1}})->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -241,6 +335,11 @@ BENCHMARK(BM_GMimeParseFile)->ArgsProduct({{1, 50}, {0, 1}})->Unit(benchmark::kM
 BENCHMARK(BM_RqGenerateBase64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_RawBase64Encoder)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_RqGenerateMessage)->Arg(1)->Arg(50)->Unit(benchmark::kMillisecond)->UseRealTime();
+// Tiny parts and nesting: the time per part must stay flat as the count grows.
+BENCHMARK(BM_RqParseManyParts)->RangeMultiplier(10)->Range(1000, 1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_GMimeParseManyParts)->RangeMultiplier(10)->Range(1000, 1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_RqParseNested)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_RqGenerateAndDestroyManyParts)->RangeMultiplier(10)->Range(1000, 1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 int main(int argc, char **argv)
 {

@@ -6,6 +6,7 @@
 #include "rqcore/frame.h"
 #include "rqcore/mime.h"
 #include "rqcore/stream.h"
+#include "rqsis/rqsis_test.h"
 
 #include <cstdio>
 #include <cstring>
@@ -823,6 +824,83 @@ TEST(MimeOutput, RoundTrip)
         EXPECT_EQ(p->charset, 4u);
         EXPECT_STREQ(p->contentId, "cid");
         EXPECT_TRUE(body(ctx.c, p) == atts[i].back);
+    }
+}
+
+// ---- Growth -------------------------------------------------------------------
+
+// Work as the platform layer counts it: calls into the allocator, and the
+// links that list walks follow.
+uint64_t work()
+{
+    uint64_t calls = 0;
+    uint64_t steps = 0;
+    SIS_TestWorkGet(&calls, &steps);
+    return calls + steps;
+}
+
+// Parsing, writing and freeing a message of n tiny parts, or of n nested
+// multiparts, costs ten times as much at 10n as at n: no step walks the part
+// list from its head, whose length the input sets.
+TEST(MimeGrowth, PartsAndNestingCostLinearWork)
+{
+    rqtest::LeakCheck leaks;
+    Context ctx;
+    struct Case {
+        const char *what;
+        int extraParts;  // the first part (the message's headers), and the epilogue
+        std::function<std::string(int)> build;
+    } cases[] = {
+        {"tiny parts", 2,
+         [](int n) {
+             std::string m = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
+             for (int i = 0; i < n; ++i)
+                 m += "--b\r\nContent-Type: text/plain\r\n\r\nhello\r\n";
+             return m + "--b--\r\n";
+         }},
+        {"nested multiparts", 1,
+         [](int n) {
+             std::string m = "Content-Type: multipart/mixed; boundary=b0\r\n\r\n";
+             for (int i = 0; i < n; ++i)
+                 m += "--b" + std::to_string(i) + "\r\nContent-Type: multipart/mixed; boundary=b" +
+                      std::to_string(i + 1) + "\r\n\r\nx\r\n";
+             return m;
+         }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        uint64_t counts[3][2];  // parse, output, destroy; at n and at 10n
+        for (int k = 0; k < 2; ++k) {
+            int n = k == 0 ? 1000 : 10000;
+            std::string message = c.build(n);
+            STREAM *in = nullptr;
+            ASSERT_EQ(STREAM_attachToBuffer(&in, message.data(), static_cast<U32>(message.size()), STREAM_READ), 0u);
+            MIME_WRAPPER *w = nullptr;
+            uint64_t start = work();
+            ASSERT_EQ(MIME_parseMessageFromStream(ctx.c, in, &w), 0u);
+            counts[0][k] = work() - start;
+            EXPECT_EQ(w->partCount, static_cast<U32>(n + c.extraParts));
+            std::string sink(message.size() * 2, '\0');
+            STREAM *out = nullptr;
+            ASSERT_EQ(STREAM_attachToBuffer(&out, sink.data(), static_cast<U32>(sink.size()), STREAM_WRITE), 0u);
+            start = work();
+            EXPECT_EQ(MIME_outputWrapperToStream(ctx.c, out, w), 0u);
+            counts[1][k] = work() - start;
+            start = work();
+            EXPECT_EQ(MIME_destroyWrapper(ctx.c, &w), 0u);
+            counts[2][k] = work() - start;
+            STREAM_destroy(&out);
+            STREAM_destroy(&in);
+        }
+        for (int op = 0; op < 3; ++op) {
+            SCOPED_TRACE(op == 0 ? "parse" : op == 1 ? "output" : "destroy");
+            // At least one unit of work per part, and ten times as much for
+            // ten times the parts (a walk from the head per part would make
+            // it a hundred).
+            EXPECT_GT(counts[op][0], 1000u);
+            EXPECT_GE(counts[op][1], 9 * counts[op][0]) << counts[op][0] << " then " << counts[op][1];
+            EXPECT_LE(counts[op][1], 11 * counts[op][0]) << counts[op][0] << " then " << counts[op][1];
+        }
     }
 }
 

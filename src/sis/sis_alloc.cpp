@@ -35,6 +35,10 @@ uint64_t gLiveBytes = 0;
 thread_local long tFailAfter = -1;
 thread_local bool tFired = false;
 
+// Work counts, per thread for the same reason.
+thread_local uint64_t tAllocatorCalls = 0;
+thread_local uint64_t tSteps = 0;
+
 class LiveLock : public rq::SpinGuard {
 public:
     LiveLock() noexcept : rq::SpinGuard(gLiveLock) {}
@@ -85,6 +89,7 @@ Header *headerOf(void *block) noexcept
 
 void *allocate(size_t size, bool clear, const char *tag, uint32_t line) noexcept
 {
+    ++tAllocatorCalls;
     if (injectFailure() || size > SIZE_MAX - sizeof(Header))
         return nullptr;
     void *raw = clear ? std::calloc(1, sizeof(Header) + size) : std::malloc(sizeof(Header) + size);
@@ -118,6 +123,7 @@ void *SIS_MemRealloc(void *, void *block, size_t size, uint32_t, uint32_t, const
 {
     if (block == nullptr)
         return allocate(size, false, tag, line);
+    ++tAllocatorCalls;
     Header *old = headerOf(block);
     if (old == nullptr || injectFailure() || size > SIZE_MAX - sizeof(Header))
         return nullptr;
@@ -152,6 +158,7 @@ SIS_STATUS SIS_MemFree(void *, void *block, uint32_t, uint32_t, const char *, co
 {
     if (block == nullptr)
         return 0;
+    ++tAllocatorCalls;
     Header *h = headerOf(block);
     if (h == nullptr)
         return 1;  // not one of ours, or freed twice: refuse rather than corrupt
@@ -180,6 +187,19 @@ uint64_t SIS_TestLiveReport(FILE *out) noexcept
                          h->size, h->tag != nullptr ? h->tag : "?", h->line);
     }
     return n;
+}
+
+void SIS_TestWorkGet(uint64_t *allocatorCalls, uint64_t *steps) noexcept
+{
+    if (allocatorCalls != nullptr)
+        *allocatorCalls = tAllocatorCalls;
+    if (steps != nullptr)
+        *steps = tSteps;
+}
+
+void SIS_TestStepsAdd(uint64_t steps) noexcept
+{
+    tSteps += steps;
 }
 
 void SIS_TestFailAfter(long succeed) noexcept

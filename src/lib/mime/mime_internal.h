@@ -42,6 +42,12 @@ inline std::string_view trim(std::string_view text) noexcept
 U32 identify(std::string_view text, U32 classFilter, U32 *id) noexcept;
 const char *tokenText(U32 id) noexcept;
 
+// MIME_addPartToWrapper for a caller that keeps the list's tail: *tail is
+// null or the last part of the wrapper's list, and receives the part.  The
+// parser appends every part of a message through this, so that appending
+// costs the same for the millionth part as for the first.
+U32 appendPart(MIME_CONTEXT *context, MIME_WRAPPER *wrapper, MIME_PART *part, MIME_PART **tail) noexcept;
+
 // A stream's current position.  File streams report a successful seek as 1
 // and memory streams as 0, so both count as success here.
 U32 tell(STREAM *stream, U32 *position) noexcept;

@@ -3,6 +3,7 @@
 
 #include "mime_internal.h"
 #include "rqcore/charmap.h"
+#include "rqsis/rqsis_test.h"
 
 #include <ctime>
 
@@ -45,12 +46,38 @@ MIME_PARAMETER *findParameter(const MIME_FIELD *field, U32 nameId) noexcept
     return nullptr;
 }
 
+// Appends a part at the tail, walking from `from` (a part of the list, or
+// null for its head); parts keep the message's order (unlike fields).  The
+// walk's length goes to the test interface's step count.
+void linkPart(MIME_WRAPPER *wrapper, MIME_PART *part, MIME_PART *from) noexcept
+{
+    part->next = nullptr;
+    MIME_PART **link = from != nullptr ? &from->next : &wrapper->parts;
+    uint64_t steps = 1;
+    for (; *link != nullptr; ++steps)
+        link = &(*link)->next;
+    *link = part;
+    ++wrapper->partCount;
+    SIS_TestStepsAdd(steps);
+}
+
 // The random strings' seed: one process-wide counter, set from the clock on
 // first use and stepped on every call, so that two calls in the same second
 // differ.  It is not locked; concurrent callers may get equal strings.
 unsigned int gRandomSeed = 0;
 
 }  // namespace
+
+U32 rq::mime::appendPart(MIME_CONTEXT *context, MIME_WRAPPER *wrapper, MIME_PART *part, MIME_PART **tail) noexcept
+{
+    // The same record, checks and failures as MIME_addPartToWrapper.
+    MIME_ENTER(context, "MIME_addPartToWrapper()");
+    if (wrapper == nullptr || part == nullptr || tail == nullptr)
+        return nullParameter(context, "MIME_addPartToWrapper()");
+    linkPart(wrapper, part, *tail);
+    *tail = part;
+    return 0;
+}
 
 extern "C" {
 
@@ -376,13 +403,8 @@ RQ_API U32 MIME_addPartToWrapper(MIME_CONTEXT *context, MIME_WRAPPER *wrapper, M
     MIME_ENTER(context, "MIME_addPartToWrapper()");
     if (wrapper == nullptr || part == nullptr)
         return nullParameter(context, "MIME_addPartToWrapper()");
-    // Appended at the tail: parts keep the message's order (unlike fields).
-    part->next = nullptr;
-    MIME_PART **link = &wrapper->parts;
-    while (*link != nullptr)
-        link = &(*link)->next;
-    *link = part;
-    ++wrapper->partCount;
+    // The wrapper records no tail: a caller's own appends walk the list.
+    linkPart(wrapper, part, nullptr);
     return 0;
 }
 

@@ -10,7 +10,9 @@
 // parts record where their bodies lie in the stream.  Nested multiparts are
 // flattened into the one part list.  Everything the input controls is
 // bounded: a logical header line by the header buffer, a physical line by
-// the line buffer, nesting by the boundary stack; there is no recursion.
+// the line buffer, nesting by the boundary stack; there is no recursion,
+// and parts are appended at a kept tail, so the work grows with the length
+// of the message and not with the square of its part count.
 
 using namespace rq::mime;
 
@@ -232,6 +234,7 @@ struct Parse {
     STREAM *in;
     MIME_WRAPPER *wrapper;
     MIME_PART *part = nullptr;
+    MIME_PART *tail = nullptr;  // the wrapper's last part: appending never walks the list
     char *stack[kStackDepth] = {};
     U32 depth = 0;
     U32 savedFlags = 0;
@@ -255,7 +258,7 @@ struct Parse {
     U32 finish() noexcept
     {
         if (part != nullptr)
-            MIME_addPartToWrapper(context, wrapper, part);
+            appendPart(context, wrapper, part, &tail);
         part = nullptr;
         source.settle();
         STREAM_setFlags(in, savedFlags, nullptr);
@@ -305,6 +308,9 @@ struct Parse {
         // An empty first line of a header block is the blank line itself.
         if (header[0] == '\0')
             startBody();
+        // The header's length is kept as lines are joined: measuring it again
+        // for every continuation line would cost the square of its length.
+        size_t have = std::strlen(header);
         for (;;) {
             U32 readStatus = source.read(line);
             if (readStatus != 0) {
@@ -326,11 +332,11 @@ struct Parse {
             }
             // A continuation line, joined with nothing between (its own
             // leading white space is kept).
-            size_t have = std::strlen(header);
             size_t add = std::strlen(line);
             if (have + add > kHeaderSize - 1)
                 return MIME_ERR_HEADER_TOO_LONG;
             std::memcpy(header + have, line, add + 1);
+            have += add;
         }
         processHeader();
         std::memcpy(header, line, std::strlen(line) + 1);
@@ -346,7 +352,7 @@ struct Parse {
             if (line[0] == '-' && boundaryLength != 0) {
                 if (std::strncmp(line, wrapper->boundary, boundaryLength) == 0) {
                     part->bodyLength = bodyLength;
-                    MIME_addPartToWrapper(context, wrapper, part);
+                    appendPart(context, wrapper, part, &tail);
                     part = nullptr;
                     if (line[boundaryLength] == '-' && line[boundaryLength + 1] == '-') {
                         if (depth > 0)
