@@ -180,6 +180,8 @@ RQ_API U32 DX_NLSListCreateFromSections(HLIST *catalog, U32 mode, const char *pa
         return rc;
     // Names are read into a buffer of the list's own identifier size, so a
     // list of longer names is read whole and then cut to a catalog name.
+    if (nameSize > 0x7FFFFFFEu)
+        return NLS_ERR_NO_MEMORY;
     rq::Block<char> name(RQ_CALLOC(nameSize + 1u, 1));
     if (!name)
         return NLS_ERR_NO_MEMORY;
