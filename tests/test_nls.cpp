@@ -227,6 +227,9 @@ TEST_F(Catalog, GetAndElements)
         EXPECT_EQ(DX_NLSGet(catalog, junk, 4, nullptr, "day"), NLS_ERR_NULL_POINTER);
         EXPECT_EQ(junk[0], '\0');
         EXPECT_EQ(DX_NLSGetElement(catalog, junk, 4, "datef", nullptr, 0), NLS_ERR_NULL_POINTER);
+        std::strcpy(junk, "abc");
+        EXPECT_EQ(DX_NLSGet(0, junk, 4, "datef", "day"), DX_LIST_ERR_FIND_LOCK);  // no catalog
+        EXPECT_EQ(junk[0], '\0');
         EXPECT_EQ(DX_NLSListDestroy(&catalog), 0u);
         EXPECT_EQ(catalog, 0u);
     }
