@@ -116,6 +116,30 @@ void catalog(const std::string &path)
     DX_NLSListDestroy(&cat);
 }
 
+// Any value the writer accepts reads back unchanged, alone and as a list.
+void writeValue(const std::string &text)
+{
+    if (text.size() >= NLS_VALUE_SIZE)
+        return;
+    HLIST cat = 0, names = 0;
+    DX_ListCreate(&names, PROFIL_SECTION_NAME_SIZE, 0, 0x20, nullptr, nullptr);
+    U32 rc = DX_NLSListCreateFromSections(&cat, NLS_MODE_PLAIN, outputPath().c_str(), names);
+    DX_ListDestroy(&names);
+    if (rc != 0)
+        return;
+    DX_NLSAddSection(cat, "s");
+    std::string list = "{" + text + "}";
+    bool plain = DX_NLSAddEntry(cat, "s", "k", text.c_str()) == 0;
+    bool braced = DX_NLSAddEntry(cat, "s", "l", list.c_str()) == 0;
+    if ((plain || braced) && DX_NLSWriteToAFile(cat, outputPath().c_str()) == 0) {
+        HLIST back = 0;
+        check(DX_NLSListCreate(&back, NLS_MODE_PLAIN, outputPath().c_str()) == 0, "written value does not load");
+        sameValues(cat, back);
+        DX_NLSListDestroy(&back);
+    }
+    DX_NLSListDestroy(&cat);
+}
+
 void primitives(const uint8_t *data, size_t size, const std::string &text)
 {
     if (size < 6)
@@ -162,6 +186,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     text.resize(std::strlen(text.c_str()));
     text.append(4, '\0');
     primitives(data, size, text);
+    writeValue(text.c_str());
     uint64_t blocksAfter = 0, bytesAfter = 0;
     SIS_TestLiveGet(&blocksAfter, &bytesAfter);
     if (blocksAfter != blocksBefore) {
