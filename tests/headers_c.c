@@ -11,6 +11,9 @@ int main(void)
     RQHANDLE h = MemAlloc(16);
     int ok = banner != NULL && strncmp(banner, "\nVarnelLibrary:rqcore", 21) == 0 && h != 0 &&
              MemLock(h) != NULL;
+    char field[8];
+    U32 places = 5;
+    ok = ok && DX_FormatWriteU32F(field, &places, 42u, -4) == field + 4 && strcmp(field, "42  ") == 0;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
