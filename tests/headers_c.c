@@ -18,6 +18,9 @@ int main(void)
     U32 letter = 99;
     ok = ok && DX_DateSet(&date, 1, 0, 1991) == 0 && DX_DateGetDayId(&date, &dayId) == 0 && dayId == 1 &&
          DX_VersionSplit(0, "B.05.12", &letter, NULL, NULL, NULL) == 0 && letter == 1;
+    char field[8];
+    U32 places = 5;
+    ok = ok && DX_FormatWriteU32F(field, &places, 42u, -4) == field + 4 && strcmp(field, "42  ") == 0;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
