@@ -306,6 +306,15 @@ TEST(Date, WeekdayList)
     EXPECT_EQ(DX_ListGetValue(list, &v, DX_LIST_VALUE_DATA_SIZE), 0u);
     EXPECT_EQ(v, 24u);
     EXPECT_EQ(DX_ListDestroy(&list), 0u);
+    rqtest::allocationSweep(
+        [] {
+            HLIST l = 0;
+            U32 rc = DX_DateListOfWeekDaysCreate(&l, 0);
+            if (rc == 0)
+                DX_ListDestroy(&l);
+            return rc;
+        },
+        0x15041u);
 }
 
 // ---- agreement with Python's datetime ----
