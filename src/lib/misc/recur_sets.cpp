@@ -66,9 +66,8 @@ void ExcludedDates::load(HLIST list) noexcept
         text_ = true;
     else if (h->idCmp != DX_MemCmp || stringIds)
         return;  // the caller's own comparison: ask the list each time
-    if (h->count > SIZE_MAX / sizeof(Key))
-        return;
-    rq::Block<Key> keys(RQ_MALLOC(std::max<size_t>(1, size_t{h->count} * sizeof(Key))));
+    // The allocator refuses a count whose size overflows (i386).
+    rq::Block<Key> keys(RQ_CALLOC(std::max<U32>(1, h->count), sizeof(Key)));
     if (!keys)
         return;
     uint32_t n = 0;
