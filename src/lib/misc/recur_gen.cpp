@@ -10,6 +10,7 @@
 #include "rqcore/date.h"
 #include "rqcore/lists.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace rq::recur {
@@ -222,7 +223,10 @@ U32 Generator::monthlyByDay(DX_DATE work) noexcept
 }
 
 // The start's month from the start day, later months from the 1st, to the
-// month's last day, cut at the end date.
+// month's last day, cut at the end date.  The days are stepped as numbers
+// within the month: the family's comparison with the end gives the same
+// answer for every day of another month, and orders by day in the end's own
+// month, so the cut is one bound.
 U32 Generator::monthlyByWeekday(DX_DATE work, bool first) noexcept
 {
     if (!first)
@@ -234,21 +238,20 @@ U32 Generator::monthlyByWeekday(DX_DATE work, bool first) noexcept
     U16 dow;
     if (U32 rc = firstWeekday(work, &dow); rc != 0)
         return rc;
-    for (;;) {
-        if (after(work, d_.end))
-            return 0;
-        unsigned day = work.day;
+    unsigned last = length;
+    if (work.year == d_.end.year && work.month == d_.end.month)
+        last = std::min<unsigned>(length, d_.end.day);
+    else if (after(work, d_.end))
+        return 0;
+    for (unsigned day = work.day; day <= last; ++day, dow = static_cast<U16>((dow + 1) % 7)) {
         // A day in the month's last seven is also "the last" of its weekday.
-        bool hit = chosen((day - 1) / 7 * 7 + dow) || (day + 7 > length && chosen(kLastWeekCode + dow));
-        if (hit)
+        if (chosen((day - 1) / 7 * 7 + dow) || (day + 7 > length && chosen(kLastWeekCode + dow))) {
+            work.day = static_cast<U16>(day);
             if (U32 rc = produce(work, dow); rc != 0)
                 return rc;
-        if (day >= length)
-            return 0;
-        bool wrapped;
-        if (U32 rc = nextDay(work, &dow, &wrapped); rc != 0)
-            return rc;
+        }
     }
+    return 0;
 }
 
 U32 Generator::period(DX_DATE work, bool first) noexcept
