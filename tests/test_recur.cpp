@@ -6,6 +6,7 @@
 
 #include "rqcore/date.h"
 #include "rqcore/lists.h"
+#include "rqsis/rqsis_test.h"
 
 #include <unistd.h>
 
@@ -289,6 +290,17 @@ TEST(Recur, BadInput)
     ASSERT_EQ(DX_DateGenRecur(2, &daily.r, &good, 0), 0u);
     ASSERT_EQ(DX_DateGenRecur(2, &daily.r, &good, 0), 0u);
     EXPECT_EQ(dates(good), "20050101 20050102 20050103");
+    SIS_TestFailAfter(2);
+    EXPECT_EQ(DX_DateGenRecur(2, &daily.r, &good, 0), 0x15002u);
+    SIS_TestFailAfter(-1);
+    EXPECT_EQ(dates(good), "20050101 20050102");
+    // The 16-bit sequence numbers wrap after 65535 dates (dates() follows them).
+    Recur many(1, 1, {1991, 1, 1}, {2170, 12, 31});
+    ASSERT_EQ(DX_DateGenRecur(2, &many.r, &good, 0), 0u);
+    U32 n = 0;
+    DX_ListGetElemNum(good, &n);
+    EXPECT_EQ(n, 65744u);  // from Python: (date(2170, 12, 31) - date(1991, 1, 1)).days + 1
+    EXPECT_EQ(dates(good).size(), 65744u * 9 - 1);
     for (HLIST *h : {&good, &data8, &id4})
         DX_ListDestroy(h);
 }
