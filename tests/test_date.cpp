@@ -306,6 +306,15 @@ TEST(Date, WeekdayList)
     EXPECT_EQ(DX_ListGetValue(list, &v, DX_LIST_VALUE_DATA_SIZE), 0u);
     EXPECT_EQ(v, 24u);
     EXPECT_EQ(DX_ListDestroy(&list), 0u);
+    rqtest::allocationSweep(
+        [] {
+            HLIST l = 0;
+            U32 rc = DX_DateListOfWeekDaysCreate(&l, 0);
+            if (rc == 0)
+                DX_ListDestroy(&l);
+            return rc;
+        },
+        0x15041u);
 }
 
 // ---- agreement with Python's datetime ----
@@ -443,7 +452,8 @@ protected:
     std::string print(const char *format, DX_DATE date, U32 size, U32 *status, HLIST catalog = ~0u)
     {
         std::vector<char> buffer(size);
-        rqtest::fillJunk(buffer.data(), size);
+        if (size != 0)
+            rqtest::fillJunk(buffer.data(), size);
         *status = DX_DateFormat(buffer.data() ? buffer.data() : &sentinel, size, format, &date, catalog == ~0u ? nls : catalog);
         if (size == 0) {
             EXPECT_EQ(sentinel, 'S');  // size 0: nothing written
