@@ -142,6 +142,8 @@ TEST(Recur, PeriodsAndKeptRules)
         {"interval 0: the first period only (daily)", 1, 0, {2005, 1, 1}, {2005, 1, 9}, {}, {}, 0, "20050101"},
         {"interval 0: the first period only (weekly)", 2, 0, {2005, 1, 3}, {2005, 3, 1}, {1, 2}, {}, 0,
          "20050103 20050104"},
+        {"a step of 40000 days is taken backwards: the first period only", 1, 40000, {2005, 1, 1}, {2200, 1, 1}, {},
+         {}, 0, "20050101"},
         {"interval 0: the first period only (yearly)", 5, 0, {2005, 1, 3}, {2009, 3, 1}, {}, {}, 0, "20050103"},
         {"end before start: the first period still runs (daily)", 1, 1, {2005, 1, 9}, {2005, 1, 1}, {}, {}, 0,
          "20050109"},

@@ -201,9 +201,11 @@ typedef char DX_RECUR_size_check[(sizeof(DX_RECUR) == 68) ? 1 : -1];
  * before the anchor's day is not generated.
  *
  * Ending: after the end date, at maxCount, on the first error, or when a step
- * does not move the anchor on: interval 0 gives the first period only, and a
- * step past 31 December 65535 (the 16-bit year wrapping) ends the run there,
- * so every call ends within 65536 years of periods.  A day of week is needed
+ * does not move the anchor on: interval 0 gives the first period only, as
+ * does a step of more than 32767 days (weeks are counted as days in 16
+ * bits), which DX_DateCompute takes backwards; a step past 31 December 65535
+ * (the 16-bit year wrapping) ends the run there, so every call ends within
+ * 65536 years of periods.  A day of week is needed
  * for kinds 2 and 4 and whenever weekdays are excluded; it comes from the day
  * ID (so such dates must be in 1991 or later, else 0x1560C) once per period
  * and is stepped within it.  Each produced date is the record DX_DateSet
