@@ -171,6 +171,52 @@ static_assert(sizeof(DX_RECUR) == 68, "DX_RECUR is 68 bytes on every target");
 typedef char DX_RECUR_size_check[(sizeof(DX_RECUR) == 68) ? 1 : -1];
 #endif
 
+/* Expands a recurrence into a list of dates (ids: 2-byte sequence numbers
+ * from 1, wrapping after 65535; data: the DX_DATE), in ascending order.
+ * flags: 1 creates *output (list flag 8), 2 reuses *output (it must have
+ * 2-byte ids and 24-byte data, else 0x15609; it is emptied first), 1 wins
+ * over 2, neither gives 0x15607; 4 skips the dates of excludedDates (when
+ * not 0).  maxCount 0 means no limit; the count is compared only after a
+ * whole period (a week, a month), so a period can take it past maxCount.
+ * The kind is checked first (0x1560A, 0x1560B, 0x15608, 0x15609), but the
+ * output list's status replaces that code: with the list ready a bad kind
+ * goes on, produces nothing and ends with 0x15606, and a missing or
+ * unreadable days list chooses no day.  Null description or output:
+ * 0x15605.  The start must be a valid date (DX_DateSet's codes).
+ *
+ * Periods: kind 1 the date; kind 2 seven days from the anchor (not a
+ * calendar week); kind 3 the anchor to the day before the same day a month
+ * later (a sliding month); kind 4 the start's month from the start day,
+ * later months whole (codes 28..34, week 4, also mean the last such
+ * weekday); kind 5 the date, a 29 February anchor only in leap years.
+ * Periods are cut at the end date, but the first one always runs: kinds 1
+ * and 5 produce the start even when the end is before it.  Steps: kind 5
+ * adds the interval to the year field alone (a day ID or day of week cached
+ * in the start stays, and is what excluded weekdays are tested against: set
+ * the start with DX_DateSet), the others use DX_DateCompute, so month steps
+ * clamp the day and the anchor drifts to the shortest month-end met (31
+ * January, 28 February, 28 March ...).  The loop goes on while the anchor is
+ * not after the end (DX_DateCompare, whose 16-bit year difference limits a
+ * useful range to 32767 years): a last month whose days before the end come
+ * before the anchor's day is not generated.
+ *
+ * Ending: after the end date, at maxCount, on the first error, or when a step
+ * does not move the anchor on: interval 0 gives the first period only, as
+ * does a step of more than 32767 days (weeks are counted as days in 16
+ * bits), which DX_DateCompute takes backwards; a step past 31 December 65535
+ * (the 16-bit year wrapping) ends the run there, so every call ends within
+ * 65536 years of periods.  A day of week is needed
+ * for kinds 2 and 4 and whenever weekdays are excluded; it comes from the day
+ * ID (so such dates must be in 1991 or later, else 0x1560C) once per period
+ * and is stepped within it.  Each produced date is the record DX_DateSet
+ * makes from a zeroed record (no cached value) with the start's reserved
+ * fields, and excludedDates is searched with that record, so a list of such
+ * records matches whatever its id size; ids longer than 24 bytes exclude
+ * nothing.  A weekday or days list whose ids are not 2 bytes holds no day.
+ * On an error a list created here is destroyed (*output = 0); a reused list
+ * keeps the dates produced so far. */
+RQ_API U32 DX_DateGenRecur(U32 flags, const DX_RECUR *description, HLIST *output, U32 maxCount) RQ_NOEXCEPT;
+
 RQ_END_DECLS
 
 #endif
