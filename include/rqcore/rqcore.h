@@ -17,6 +17,7 @@
 #include "mime.h"
 #include "mail.h"
 #include "date.h"
+#include "tz.h"
 #include "version.h"
 
 #endif
