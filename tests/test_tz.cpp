@@ -229,58 +229,96 @@ TEST(TZ, SouthernZoneReversedOrder)
     }
 }
 
-// Every 30 minutes of a year, UTC to local and back, against zoneinfo.
+namespace {
+
+// UTC to local and back against zoneinfo, for the instants a Python snippet
+// prints (UTC minutes, local minutes, 1 when daylight time, 1 when the
+// wall-clock time occurs twice).  Rows whose local time falls on or after
+// `stop` are skipped.
+void agreeWithZoneinfo(HLIST rules, const char *zone, const char *tzdata, const std::string &instants, U32 stop,
+                       int minRows)
+{
+    SCOPED_TRACE(tzdata);
+    std::string cmd = "python3 -c \"\nimport datetime as d, zoneinfo as z, random\ntz = z.ZoneInfo('" +
+                      std::string(tzdata) +
+                      "')\nE = d.datetime(1991, 1, 1, tzinfo=d.timezone.utc)\nfor u in " + instants +
+                      ":\n l = u.astimezone(tz)\n n = l.replace(tzinfo=None)\n"
+                      " t = n.replace(tzinfo=tz, fold=1 - l.fold).utcoffset() != l.utcoffset()\n"
+                      " print((u - E) // d.timedelta(minutes=1), (n - d.datetime(1991, 1, 1)) // d.timedelta(minutes=1),"
+                      " 1 if l.dst() else 0, 1 if t else 0)\n\"";
+    FILE *p = popen(cmd.c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    unsigned long utc, local;
+    int dst, twice, rows = 0, failures = 0;
+    while (std::fscanf(p, "%lu %lu %d %d", &utc, &local, &dst, &twice) == 4 && failures < 5) {
+        ++rows;
+        if (local >= stop)
+            continue;
+        Local l = toLocal(rules, zone, static_cast<U32>(utc));
+        U32 wantType = dst != 0 ? DX_TZ_DAYLIGHT : DX_TZ_STANDARD;
+        U32 back = 0;
+        U32 backStatus = DX_TZFromLocalTimeToUTC(rules, zone, &back, static_cast<U32>(local), wantType);
+        U32 plain = 0;
+        U32 plainStatus = DX_TZFromLocalTimeToUTC(rules, zone, &plain, static_cast<U32>(local), 0);
+        bool ok = l.status == 0 && l.minutes == local && l.type == wantType && backStatus == 0 && back == utc &&
+                  plainStatus == (twice != 0 ? 0x15703u : 0u) && (twice != 0 || plain == utc);
+        if (!ok) {
+            ++failures;
+            ADD_FAILURE() << "utc " << utc << ": local " << l.minutes << " (want " << local << ") type " << l.type
+                          << " status " << l.status << ", back " << back << " status " << backStatus
+                          << ", untyped status " << plainStatus;
+        }
+    }
+    pclose(p);
+    EXPECT_GE(rows, minRows);
+}
+
+bool haveZoneinfo()
+{
+    return std::system("python3 -c 'import zoneinfo; zoneinfo.ZoneInfo(\"Europe/Paris\")' >/dev/null 2>&1") == 0;
+}
+
+}  // namespace
+
+// Every 30 minutes of a year.
 TEST(TZ, WholeYearsAgreeWithZoneinfo)
 {
-    if (std::system("python3 -c 'import zoneinfo; zoneinfo.ZoneInfo(\"Europe/Paris\")' >/dev/null 2>&1") != 0)
+    if (!haveZoneinfo())
         GTEST_SKIP() << "python3 zoneinfo not available";
     Rules r(std::string(kParis) + kNewYork + kSydney);
     ASSERT_EQ(r.status, 0u);
     struct Case {
         const char *zone;
         const char *tzdata;
-        int year;
+        U16 year;
     } cases[] = {{"CET-1CEST", "Europe/Paris", 2005}, {"EST5EDT", "America/New_York", 2010},
                  {"AEST-10AEDT", "Australia/Sydney", 2010}, {"CET-1CEST", "Europe/Paris", 2037}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.tzdata);
-        // Prints, per instant: UTC minutes, local minutes, 1 when daylight time,
-        // 1 when the wall-clock time occurs twice (fold differs).
-        std::string cmd =
-            "python3 -c \"\nimport datetime as d, zoneinfo as z\ntz = z.ZoneInfo('" + std::string(c.tzdata) +
-            "')\nE = d.datetime(1991, 1, 1, tzinfo=d.timezone.utc)\nu = d.datetime(" + std::to_string(c.year) +
-            ", 1, 1, tzinfo=d.timezone.utc)\nwhile u.year == " + std::to_string(c.year) +
-            ":\n l = u.astimezone(tz)\n n = l.replace(tzinfo=None)\n"
-            " t = n.replace(tzinfo=tz, fold=1 - l.fold).utcoffset() != l.utcoffset()\n"
-            " print((u - E) // d.timedelta(minutes=1), (n - d.datetime(1991, 1, 1)) // d.timedelta(minutes=1),"
-            " 1 if l.dst() else 0, 1 if t else 0)\n u += d.timedelta(minutes=30)\n\"";
-        FILE *p = popen(cmd.c_str(), "r");
-        ASSERT_NE(p, nullptr);
-        unsigned long utc, local;
-        int dst, twice, rows = 0, failures = 0;
-        const U32 nextYear = minutes(static_cast<U16>(c.year + 1), 1, 1, 0, 0);
-        while (std::fscanf(p, "%lu %lu %d %d", &utc, &local, &dst, &twice) == 4 && failures < 5) {
-            ++rows;
-            if (local >= nextYear)
-                continue;  // the last hours of 2037 fall in 2038 locally, which no entry covers
-            Local l = toLocal(r.handle, c.zone, static_cast<U32>(utc));
-            U32 wantType = dst != 0 ? DX_TZ_DAYLIGHT : DX_TZ_STANDARD;
-            U32 back = 0;
-            U32 backStatus = DX_TZFromLocalTimeToUTC(r.handle, c.zone, &back, static_cast<U32>(local), wantType);
-            U32 plain = 0;
-            U32 plainStatus = DX_TZFromLocalTimeToUTC(r.handle, c.zone, &plain, static_cast<U32>(local), 0);
-            bool ok = l.status == 0 && l.minutes == local && l.type == wantType && backStatus == 0 && back == utc &&
-                      plainStatus == (twice != 0 ? 0x15703u : 0u) && (twice != 0 || plain == utc);
-            if (!ok) {
-                ++failures;
-                ADD_FAILURE() << "utc " << utc << ": local " << l.minutes << " (want " << local << ") type " << l.type
-                              << " status " << l.status << ", back " << back << " status " << backStatus
-                              << ", untyped status " << plainStatus;
-            }
-        }
-        pclose(p);
-        EXPECT_GE(rows, 365 * 48);
+        std::string y = std::to_string(c.year);
+        // The last hours of 2037 fall in 2038 locally, which no entry covers.
+        agreeWithZoneinfo(r.handle, c.zone, c.tzdata,
+                          "(d.datetime(" + y + ", 1, 1, tzinfo=d.timezone.utc) + d.timedelta(minutes=30 * i) "
+                          "for i in range(17520))",
+                          minutes(static_cast<U16>(c.year + 1), 1, 1, 0, 0), 17520);
     }
+}
+
+// Random instants of 1991-2037 in a zone with two generations of rules, so
+// that every year's interval (and the choice of entry) is exercised.
+TEST(TZ, RandomInstantsAgreeWithZoneinfo)
+{
+    if (!haveZoneinfo())
+        GTEST_SKIP() << "python3 zoneinfo not available";
+    Rules r("[EST5EDT]\n"
+            "begin1 = 0 3 1-7 4 1991-2006 0 EDT4\n"
+            "begin2 = 0 3 8-14 3 2007-2037 0 EDT4\n"
+            "end1 = 0 1 25-31 10 1991-2006 0 EST5\n"
+            "end2 = 0 1 1-7 11 2007-2037 0 EST5\n");
+    ASSERT_EQ(r.status, 0u);
+    agreeWithZoneinfo(r.handle, "EST5EDT", "America/New_York",
+                      "(lambda g: (E + d.timedelta(minutes=300 + g.randrange(17166 * 1440)) for i in range(20000)))"
+                      "(random.Random(2005))",
+                      minutes(2038, 1, 1, 0, 0), 20000);
 }
 
 TEST(TZ, EntrySyntaxAndBadEntries)
@@ -531,6 +569,9 @@ TEST(TZ, NullArgumentsAndAbbreviationBuffers)
     EXPECT_EQ(DX_TZCreateTZRule(nullptr, "x", "y"), DX_TZ_ERR_NULL);
     EXPECT_EQ(DX_TZAddTZEntry(nullptr, nullptr, nullptr), DX_TZ_ERR_NULL);
     EXPECT_EQ(DX_TZAddTZRule(r.handle, "X", nullptr), DX_TZ_ERR_NULL);
+    HLIST none = 0xA5;
+    EXPECT_EQ(DX_TZCreateTZRulesSimple(&none, nullptr, "x", "y", nullptr, nullptr), DX_TZ_ERR_NULL);
+    EXPECT_EQ(none, 0u);
     EXPECT_EQ(DX_TZEnum(r.handle, DX_TZ_ENUM_FIRST, nullptr, 0, nullptr, 0, nullptr, 0, nullptr), DX_TZ_ERR_NULL);
     EXPECT_EQ(DX_TZGetLocalType(0, "CET-1CEST", nullptr, summer), 0x15705u);
     EXPECT_EQ(DX_TZGetLocalType(r.handle, nullptr, nullptr, summer), 0x15705u);
