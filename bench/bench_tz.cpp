@@ -5,12 +5,13 @@
 // named by RQ_TZ_FILE) the conversions are also timed with each instant's
 // zone drawn at random from every zone of the file; glibc has no such mode
 // (it holds one zone per process), so those run alone.  "items" are
-// conversions.
+// conversions (zones read, for the reading runs).
 #include <benchmark/benchmark.h>
 
 #include "rqcore/date.h"
 #include "rqcore/tz.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <random>
@@ -172,8 +173,65 @@ void BM_RqLocalToUtcRandomZone(benchmark::State &state)
     state.SetItemsProcessed(state.iterations());
 }
 
+// A file of n zones like Paris, each under its own name.
+std::string zoneFile(int64_t n)
+{
+    char name[64];
+    std::snprintf(name, sizeof name, "/tmp/bench_tz_%lld.profile", static_cast<long long>(n));
+    std::string path = name;
+    if (FILE *f = std::fopen(path.c_str(), "wb")) {
+        for (int64_t i = 0; i < n; ++i)
+            std::fprintf(f,
+                         "[Z%lld-1ZD]\nname = zone %lld\nbegin1 = 0 3 25-31 3 1991-2037 0 ZD-2\n"
+                         "end1 = 0 2 25-31 10 1991-2037 0 Z-1\n",
+                         static_cast<long long>(i), static_cast<long long>(i));
+        std::fclose(f);
+    }
+    return path;
+}
+
+// Reading n zones: the time per zone stays flat as n grows tenfold.
+void BM_RqReadZones(benchmark::State &state)
+{
+    std::string path = zoneFile(state.range(0));
+    for (auto _ : state) {
+        HLIST rules = 0;
+        benchmark::DoNotOptimize(DX_TZRulesCreate(&rules, path.c_str(), nullptr));
+        DX_TZRulesDestroy(&rules);
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    std::remove(path.c_str());
+}
+
+// Finding a zone and converting in it, among n zones.
+void BM_RqUtcToLocalAmongZones(benchmark::State &state)
+{
+    std::string path = zoneFile(state.range(0));
+    HLIST rules = 0;
+    DX_TZRulesCreate(&rules, path.c_str(), nullptr);
+    std::remove(path.c_str());
+    Fixture &f = fixture();
+    std::vector<std::string> names;
+    std::mt19937 rng(7);
+    for (size_t i = 0; i < kCount; ++i) {
+        char name[DX_TZ_ZONE_SIZE];
+        std::snprintf(name, sizeof name, "Z%lld-1ZD", static_cast<long long>(rng() % state.range(0)));
+        names.emplace_back(name);
+    }
+    size_t i = 0;
+    for (auto _ : state) {
+        U32 l = 0, t = 0;
+        benchmark::DoNotOptimize(DX_TZFromUTCToLocalTime(rules, names[i].c_str(), &l, &t, f.utc[i], nullptr, 0));
+        i = (i + 1) % kCount;
+    }
+    state.SetItemsProcessed(state.iterations());
+    DX_TZRulesDestroy(&rules);
+}
+
 }  // namespace
 
+BENCHMARK(BM_RqReadZones)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RqUtcToLocalAmongZones)->Arg(10)->Arg(10000);
 BENCHMARK(BM_RqUtcToLocal);
 BENCHMARK(BM_GlibcLocaltime);
 BENCHMARK(BM_RqLocalToUtc);

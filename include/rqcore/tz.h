@@ -18,8 +18,10 @@
  * zone names (so that a look-up costs the same in a set of 10,000 zones as in
  * one of ten, and reading a file of n zones is linear in n), and, per zone,
  * a table of the daylight-saving interval of each year from 1991 to 2246,
- * filled on first use without a lock (each slot is written with atomic
- * stores, and any thread that fills it computes the same values).  A rule
+ * allocated 64 years (1280 bytes) at a time when a conversion first needs it
+ * and filled without a lock (each slot is written with atomic stores, and
+ * any thread that fills it computes the same values); later years are
+ * computed on every call, as are all years when a table cannot be had.  A rule
  * set that is not being changed may therefore be used by several threads at
  * once for the look-ups and conversions; DX_TZEnum moves the list's walking
  * position and, like the functions that change a set, wants one thread.

@@ -95,17 +95,19 @@ U32 cachedInterval(const Zone &zone, U32 year, Interval *iv) noexcept
 {
     if (year - kFirstCachedYear >= kCachedYears)
         return zoneInterval(zone, static_cast<U16>(year), iv);
-    YearSlot *years = zone.years.load(std::memory_order_acquire);
+    U32 n = year - kFirstCachedYear;
+    std::atomic<YearSlot *> &chunk = zone.years[n / kYearsPerChunk];
+    YearSlot *years = chunk.load(std::memory_order_acquire);
     if (years == nullptr) {
-        auto *fresh = static_cast<YearSlot *>(RQ_CALLOC(kCachedYears, sizeof(YearSlot)));
+        auto *fresh = static_cast<YearSlot *>(RQ_CALLOC(kYearsPerChunk, sizeof(YearSlot)));
         if (fresh == nullptr)
             return zoneInterval(zone, static_cast<U16>(year), iv);
-        if (zone.years.compare_exchange_strong(years, fresh, std::memory_order_acq_rel))
+        if (chunk.compare_exchange_strong(years, fresh, std::memory_order_acq_rel))
             years = fresh;
         else
             RQ_FREE(fresh);  // another thread's table won; `years` holds it
     }
-    YearSlot &slot = years[year - kFirstCachedYear];
+    YearSlot &slot = years[n % kYearsPerChunk];
     U32 state = slot.state.load(std::memory_order_acquire);
     if (state == 0) {
         U32 status = zoneInterval(zone, static_cast<U16>(year), iv);

@@ -167,9 +167,11 @@ void freeZone(Zone *zone) noexcept
 {
     if (zone == nullptr)
         return;
-    YearSlot *years = zone->years.load(std::memory_order_acquire);
-    if (years != nullptr)
-        RQ_FREE(years);
+    for (auto &chunk : zone->years) {
+        YearSlot *years = chunk.load(std::memory_order_acquire);
+        if (years != nullptr)
+            RQ_FREE(years);
+    }
     zone->~Zone();
     RQ_FREE(zone);
 }

@@ -32,6 +32,8 @@ constexpr U32 kRuleListFlags = DX_LIST_STRING_ID;  // names compared with DX_Mem
 constexpr U32 kSetMagic = 0x545A5253u;
 constexpr U16 kFirstCachedYear = 1991;
 constexpr U32 kCachedYears = 256;
+constexpr U32 kYearsPerChunk = 64;  // a table is allocated 64 years (1280 bytes) at a time
+constexpr U32 kYearChunks = kCachedYears / kYearsPerChunk;
 constexpr U32 kMinutesPerDay = 1440;
 
 // The daylight-saving interval of one year.  Days count from 1 January 1991
@@ -69,7 +71,7 @@ struct Zone {
     U32 beginCount;
     U32 endCount;
     DX_TZENTRY *entries;  // beginCount begin entries, then endCount end entries
-    mutable std::atomic<YearSlot *> years;
+    mutable std::atomic<YearSlot *> years[kYearChunks];
 };
 
 struct Index {
