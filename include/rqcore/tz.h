@@ -131,7 +131,8 @@ RQ_API U32 DX_TZCreateTZRulesEmpty(HLIST *rules) RQ_NOEXCEPT;
  * caller's. */
 RQ_API U32 DX_TZRulesCreateFromList(HLIST *rules, HLIST list) RQ_NOEXCEPT;
 /* Destroys every rule's entry lists, the list and the set; *rules = 0.  A
- * null pointer or a 0 handle is accepted (0). */
+ * null pointer or a 0 handle is accepted (0); a handle that is not a rule
+ * set gives 0x15040 and is left alone. */
 RQ_API U32 DX_TZRulesDestroy(HLIST *rules) RQ_NOEXCEPT;
 /* The same for a bare list of zone rules. */
 RQ_API U32 DX_TZRulesListDestroy(HLIST *list) RQ_NOEXCEPT;
