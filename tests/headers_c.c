@@ -2,6 +2,7 @@
 #include "rqcore/rqcore.h"
 #include "rqcore/date.h"
 #include "rqcore/version.h"
+#include "rqcore/tz.h"
 #include "rqsis/rqsis.h"
 
 #include <stdio.h>
@@ -18,6 +19,11 @@ int main(void)
     U32 letter = 99;
     ok = ok && DX_DateSet(&date, 1, 0, 1991) == 0 && DX_DateGetDayId(&date, &dayId) == 0 && dayId == 1 &&
          DX_VersionSplit(0, "B.05.12", &letter, NULL, NULL, NULL) == 0 && letter == 1;
+    HLIST zones = 0;
+    U32 type = 0;
+    ok = ok && DX_TZCreateTZRulesEmpty(&zones) == 0 &&
+         DX_TZGetLocalType(zones, "EST5EDT", &type, 0) == DX_TZ_ERR_NO_ZONE && DX_TZRulesDestroy(&zones) == 0 &&
+         zones == 0;
     char field[8];
     U32 places = 5;
     ok = ok && DX_FormatWriteU32F(field, &places, 42u, -4) == field + 4 && strcmp(field, "42  ") == 0;
