@@ -16,5 +16,7 @@
 #include "stream.h"
 #include "mime.h"
 #include "mail.h"
+#include "date.h"
+#include "version.h"
 
 #endif
