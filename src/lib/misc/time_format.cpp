@@ -7,6 +7,7 @@
 #define RQ_SOURCE_TAG "src/lib/core/lib/misc/time_format"
 #include "date_internal.h"
 #include "internal/rq_mem.h"
+#include "rqcore/lists.h"
 #include "rqcore/nls.h"
 #include "time_internal.h"
 
