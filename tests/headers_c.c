@@ -3,6 +3,9 @@
 #include "rqcore/date.h"
 #include "rqcore/version.h"
 #include "rqsis/rqsis.h"
+#include "rqcore/time.h"
+
+#include <time.h> /* still the C library's header */
 
 #include <stdio.h>
 #include <string.h>
@@ -18,6 +21,11 @@ int main(void)
     U32 letter = 99;
     ok = ok && DX_DateSet(&date, 1, 0, 1991) == 0 && DX_DateGetDayId(&date, &dayId) == 0 && dayId == 1 &&
          DX_VersionSplit(0, "B.05.12", &letter, NULL, NULL, NULL) == 0 && letter == 1;
+    {
+        DX_TIME t;
+        time_t now = time(NULL);
+        ok = ok && now > 0 && DX_TimeSetFromTimeId(&t, 86400) == 0 && t.date.day == 2 && t.seconds == 0;
+    }
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");

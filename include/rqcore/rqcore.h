@@ -18,5 +18,6 @@
 #include "mail.h"
 #include "date.h"
 #include "version.h"
+#include "time.h" /* this directory's: rqcore/time.h */
 
 #endif
