@@ -26,6 +26,9 @@ int main(void)
         time_t now = time(NULL);
         ok = ok && now > 0 && DX_TimeSetFromTimeId(&t, 86400) == 0 && t.date.day == 2 && t.seconds == 0;
     }
+    char field[8];
+    U32 places = 5;
+    ok = ok && DX_FormatWriteU32F(field, &places, 42u, -4) == field + 4 && strcmp(field, "42  ") == 0;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");

@@ -9,6 +9,7 @@
 #include "sys.h"
 #include "lists.h"
 #include "profiles.h"
+#include "nls.h"
 #include "log.h"
 #include "encode.h"
 #include "unicode.h"
