@@ -305,3 +305,124 @@ TEST(Date, WeekdayList)
     EXPECT_EQ(v, 24u);
     EXPECT_EQ(DX_ListDestroy(&list), 0u);
 }
+
+// ---- agreement with Python's datetime ----
+
+namespace {
+
+// Python writes, computed from its own calendar:
+//   "D y m d dow week" for every day from 1 January 1991 to 5 June 2170 (day
+//       IDs 1..65535 in order; dow 0 = Sunday; week from isocalendar());
+//   "W y m d id" for every 97th day from there to 9999, the ID taken modulo
+//       2^16;
+//   "O y m d n y2 m2 d2" for random dates of years 1..9999 moved by n days.
+const char *kReferenceScript = R"(
+import datetime as t, random
+d = t.date(1991, 1, 1); e = t.date(2170, 6, 5); o = []
+while d <= e:
+    o.append('D %d %d %d %d %d' % (d.year, d.month, d.day, d.isoweekday() % 7, d.isocalendar()[1])); d += t.timedelta(1)
+d = t.date(2170, 6, 6); one = t.date(1991, 1, 1).toordinal() - 1
+while d < t.date(9999, 9, 1):
+    o.append('W %d %d %d %d' % (d.year, d.month, d.day, (d.toordinal() - one) % 65536)); d += t.timedelta(97)
+r = random.Random(7)
+for i in range(20000):
+    a = t.date.fromordinal(r.randint(1, t.date(9999, 12, 31).toordinal())); n = r.choice([r.randint(-32768, 32767), r.randint(-60, 60), r.randint(-3000000, 3000000)])
+    try: b = a + t.timedelta(n)
+    except OverflowError: continue
+    o.append('O %d %d %d %d %d %d %d' % (a.year, a.month, a.day, n, b.year, b.month, b.day))
+print('\n'.join(o))
+)";
+
+struct Reference {
+    bool ok = false;
+    std::string path;
+};
+
+const Reference &reference()
+{
+    static Reference ref = [] {
+        Reference r;
+        static rqtest::TempDir dir;
+        r.path = dir.file("dates.txt");
+        std::string script = dir.file("dates.py");
+        FILE *f = std::fopen(script.c_str(), "w");
+        if (f == nullptr)
+            return r;
+        std::fputs(kReferenceScript, f);
+        std::fclose(f);
+        std::string cmd = "python3 " + script + " > " + r.path + " 2>/dev/null";
+        r.ok = std::system(cmd.c_str()) == 0;
+        return r;
+    }();
+    return ref;
+}
+
+}  // namespace
+
+TEST(DateReference, EveryDayFrom1991To2170)
+{
+    const Reference &ref = reference();
+    if (!ref.ok)
+        GTEST_SKIP() << "python3 not available";
+    FILE *f = std::fopen(ref.path.c_str(), "r");
+    ASSERT_NE(f, nullptr);
+    unsigned y, m, d, dow, week;
+    U16 expectedId = 0;
+    DX_DATE walker = make(1, 0, 1991);
+    std::string disagreements;
+    while (std::fscanf(f, " D %u %u %u %u %u", &y, &m, &d, &dow, &week) == 5) {
+        ++expectedId;
+        DX_DATE date = make((U16)d, (U16)(m - 1), (U16)y);
+        U16 id = 0, ourDow = 9, ourWeek = 0;
+        ASSERT_EQ(DX_DateGetDayId(&date, &id), 0u);
+        ASSERT_EQ(id, expectedId) << text(date);
+        ASSERT_EQ(DX_DateGetDayOfWeek(&date, &ourDow), 0u);
+        ASSERT_EQ(ourDow, dow) << text(date);
+        ASSERT_EQ(DX_DateGetWeekOfYear(&date, &ourWeek), 0u);
+        if (ourWeek != week) {
+            // Which step of the week rule decided: 3 (the plain count), 4
+            // (week 0: last week of the year before) or 5 (week 53 into week 1).
+            DX_DATE jan1 = make(1, 0, (U16)y);
+            U16 j = 0, w = 0;
+            DX_DateGetDayId(&jan1, &j);
+            DX_DateGetDayOfWeek(&jan1, &w);
+            int start = w == 0 ? j + 1 : w <= 4 ? j - w + 1 : j - w + 8;
+            int plain = (id - start + 7) / 7;
+            disagreements += text(date) + ": ours " + std::to_string(ourWeek) + ", ISO " + std::to_string(week) +
+                             ", step " + (plain == 0 ? "4" : plain == 53 ? "5" : "3") + "\n";
+        }
+        // The walk by DX_DateTomorrow meets the same dates.
+        ASSERT_EQ(text(walker), text(date));
+        ASSERT_EQ(DX_DateTomorrow(&walker), 0u);
+    }
+    EXPECT_EQ(expectedId, 65535);
+    EXPECT_EQ(disagreements, "");  // the week rule and ISO 8601 agree on every day
+    // Past 5 June 2170 the 16-bit ID wraps; an ID of 0 is never written out.
+    unsigned id;
+    int wrapped = 0;
+    while (std::fscanf(f, " W %u %u %u %u", &y, &m, &d, &id) == 4) {
+        DX_DATE date = make((U16)d, (U16)(m - 1), (U16)y);
+        U16 got = 0xBEEF;
+        ASSERT_EQ(DX_DateGetDayId(&date, &got), 0u);
+        ASSERT_EQ(got, id == 0 ? 0xBEEF : id) << text(date);
+        ++wrapped;
+    }
+    EXPECT_GT(wrapped, 28000);
+    int offsets = 0;
+    int n;
+    unsigned y2, m2, d2;
+    while (std::fscanf(f, " O %u %u %u %d %u %u %u", &y, &m, &d, &n, &y2, &m2, &d2) == 7) {
+        DX_DATE date = make((U16)d, (U16)(m - 1), (U16)y);
+        DX_DATE expected = make((U16)d2, (U16)(m2 - 1), (U16)y2);
+        DX_DATE far = date;
+        ASSERT_EQ(DX_DateOffsetFar(&far, n), 0u) << text(date) << " + " << n;
+        ASSERT_EQ(text(far), text(expected)) << text(date) << " + " << n;
+        if (n >= -32768 && n <= 32767) {
+            ASSERT_EQ(DX_DateOffset(&date, (S16)n), 0u);
+            ASSERT_EQ(text(date), text(expected)) << n;
+        }
+        ++offsets;
+    }
+    EXPECT_GT(offsets, 15000);
+    std::fclose(f);
+}

@@ -18,6 +18,7 @@
 #include "mime.h"
 #include "mail.h"
 #include "date.h"
+#include "tz.h"
 #include "version.h"
 #include "time.h" /* this directory's: rqcore/time.h */
 
