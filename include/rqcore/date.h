@@ -129,6 +129,28 @@ RQ_API U32 DX_DateCopy(DX_DATE *dest, const DX_DATE *source) RQ_NOEXCEPT;
  * data size.  Returns DX_ListCreate's status. */
 RQ_API U32 DX_DateListOfWeekDaysCreate(HLIST *list, U32 dataSize) RQ_NOEXCEPT;
 
+/* ---- Printing --------------------------------------------------------------
+ * The format is copied into buffer, with "\n", "\t" and "\<c>" escapes and
+ * fields "%[-|+][*|width]<word>": dm day, dw day of week, dn / DN day name
+ * (catalog lists "day" / "DAY" of section "datef"), mn / MN month name
+ * ("month" / "MONTH"), my the month number as stored (0-based: January
+ * prints 0), ye year mod 100, YE year, wm week of month, da / DA the catalog
+ * layouts "date" / "DATE" printed in turn (at most 8 layouts deep, else
+ * 0x16001).  A word is recognised by the product of its character codes, so
+ * "md" is "dm".  "*" takes the word's standard width (dm, my, ye 2; YE 4;
+ * dw, wm 1; names and layouts 0); a width pads (width > 0 right-aligns,
+ * < 0 left-aligns) and never cuts.
+ * Buffer sizes: size - 1 free places; each literal character uses two, each
+ * field its text's length plus one; when they run out: 0x16002.  On any
+ * failure the output is the empty string; it is always NUL-terminated.
+ * Catalog and day-of-week failures pass through (0x15Bxx, 0x1560C).
+ * Null buffer: 0x15605; size 0: 0x16002; null format or date: 0x15605 and "". */
+RQ_API U32 DX_DateFormat(char *buffer, U32 size, const char *format, DX_DATE *date, HLIST nls) RQ_NOEXCEPT;
+/* Appends after the text already in buffer (size counts the whole buffer;
+ * with no NUL in it there is no room: 0x16002).  On failure the appended part
+ * is empty and the earlier text is kept. */
+RQ_API U32 DX_DateFormatCat(char *buffer, U32 size, const char *format, DX_DATE *date, HLIST nls) RQ_NOEXCEPT;
+
 /* Recurrence */
 
 /* The description read by DX_DateGenRecur. */

@@ -4,6 +4,7 @@
 #define RQ_DATE_INTERNAL_H
 
 #include "rqcore/date.h"
+#include "rqcore/nls.h"
 
 namespace rq::date {
 
@@ -107,6 +108,51 @@ U32 walkFormat(char *buffer, U32 size, const char *format, FormatCodes codes, Fi
         st.out = buffer;
     *st.out = '\0';
     return rc;
+}
+
+// A field word is recognised by the product of its two character codes (as
+// the platform's signed chars), so "md" selects what "dm" does: callers rely
+// on either order being accepted.
+constexpr U32 fieldWord(char a, char b) noexcept
+{
+    return static_cast<U32>(static_cast<signed char>(a) * static_cast<signed char>(b));
+}
+
+// A field as read after its "%".
+struct FieldSpec {
+    U32 product = 0;        // fieldWord of the two characters; 0 when the format ends first
+    S16 width = 0;          // the decimal width given
+    bool standard = false;  // "*": the word's standard width
+    bool negate = false;    // a leading "-"
+
+    S16 widthFor(S16 standardWidth) const noexcept
+    {
+        S16 w = standard ? standardWidth : width;
+        return negate ? static_cast<S16>(-w) : w;  // in 16 bits: -(-32768) stays -32768
+    }
+};
+
+// Reads an optional "-" or "+", then "*" (when allowStar) or a decimal width
+// (DX_FormatReadS16), then the two-character word; returns the position two
+// characters after the word's start, or the end of the format if it comes
+// first.
+inline const char *readField(const char *fmt, bool allowStar, FieldSpec *spec) noexcept
+{
+    spec->negate = *fmt == '-';
+    if (*fmt == '-' || *fmt == '+')
+        ++fmt;
+    if (allowStar && *fmt == '*') {
+        spec->standard = true;
+        ++fmt;
+    } else {
+        fmt = DX_FormatReadS16(fmt, &spec->width);
+    }
+    if (fmt[0] == '\0' || fmt[1] == '\0') {
+        spec->product = 0;  // no known word has a zero code
+        return fmt[0] == '\0' ? fmt : fmt + 1;
+    }
+    spec->product = fieldWord(fmt[0], fmt[1]);
+    return fmt + 2;
 }
 
 }  // namespace rq::date

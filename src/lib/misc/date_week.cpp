@@ -12,15 +12,14 @@ RQ_API U32 DX_DateGetWeekOfYear(DX_DATE *date, U16 *weekOut) noexcept
     U16 dayId = 0;
     if (U32 rc = DX_DateGetDayId(date, &dayId))
         return rc;
+    // 1 January of the same year: its day ID J and day of week w.
     DX_DATE first{};
-    if (U32 rc = DX_DateSet(&first, 1, 0, date->year))
-        return rc;
+    first.day = 1;
+    first.year = date->year;
     U16 j = 0;
-    U16 w = 0;
-    if (U32 rc = DX_DateGetDayId(&first, &j))
+    if (U32 rc = ComputeDayId(&first, &j))
         return rc;
-    if (U32 rc = DX_DateGetDayOfWeek(&first, &w))
-        return rc;
+    U16 w = ComputeDayOfWeekFromId(j);
     // S, the Monday that starts week 1 (the week of the year's first Thursday).
     U16 start = w == 0 ? static_cast<U16>(j + 1) : w <= 4 ? static_cast<U16>(j - w + 1) : static_cast<U16>(j - w + 8);
     // dayId - S + 7 is at least 4, so 16-bit arithmetic gives the true
