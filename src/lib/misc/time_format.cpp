@@ -14,80 +14,46 @@
 namespace rq::time {
 namespace {
 
+using rq::date::FieldSpec;
+using rq::date::fieldWord;
 using rq::date::FormatState;
 
-// A field word is known by the product of its two character codes, so both
-// orders of the letters (and any pair with the same product) select it.
-constexpr U32 word(char a, char b) noexcept
-{
-    return static_cast<U32>(static_cast<unsigned char>(a)) * static_cast<unsigned char>(b);
-}
-
-constexpr U32 kAmPm = word('a', 'p');
-constexpr U32 kHour12 = word('h', '1');
-constexpr U32 kHour24 = word('h', '2');
-constexpr U32 kMinute = word('m', 'i');
-constexpr U32 kSecond = word('s', 'e');
-constexpr U32 kTimeLayout = word('t', 'i');
-constexpr U32 kTimeLayoutLong = word('T', 'I');
-constexpr U32 kZoneName = word('T', 'Z');
-constexpr U32 kZoneAbbrev = word('t', 'z');
+constexpr U32 kAmPm = fieldWord('a', 'p');
+constexpr U32 kHour12 = fieldWord('h', '1');
+constexpr U32 kHour24 = fieldWord('h', '2');
+constexpr U32 kMinute = fieldWord('m', 'i');
+constexpr U32 kSecond = fieldWord('s', 'e');
+constexpr U32 kTimeLayout = fieldWord('t', 'i');
+constexpr U32 kTimeLayoutLong = fieldWord('T', 'I');
+constexpr U32 kZoneName = fieldWord('T', 'Z');
+constexpr U32 kZoneAbbrev = fieldWord('t', 'z');
 
 // Areas the product's printers use for text printed a layer down.
 constexpr U32 kLayoutSize = 50;
 constexpr U32 kShortLayoutArea = 100;
 constexpr U32 kDownArea = 200;
 // A catalog layout may name a layout word itself; nesting stops here.
-constexpr int kMaxLayoutDepth = 4;
+constexpr int kMaxLayoutDepth = 8;
 
-// The head of a field: width and word, fmt advanced past both.
+// A field as read after its "%", with the word's two characters kept so
+// that an unknown word can be handed down.
 struct Field {
-    S16 width = 0;
-    bool star = false;
-    char w0 = 0, w1 = 0;
-    U32 product = 0;
+    FieldSpec spec;
+    char word[2] = {0, 0};
 };
 
-void readWord(const char *&fmt, Field &f) noexcept
-{
-    f.w0 = fmt[0];
-    f.w1 = f.w0 != '\0' ? fmt[1] : '\0';
-    f.product = word(f.w0, f.w1);
-    // Two characters are skipped after the field, never past the format's end.
-    fmt += f.w0 == '\0' ? 0 : f.w1 == '\0' ? 1 : 2;
-}
-
-// Time fields: an optional "-" or "+", then "*" (the word's standard width)
-// or a decimal width, then the word.
-Field readTimeField(const char *&fmt) noexcept
+// Time fields take "*" for the word's standard width; local-time fields do
+// not (there "*" becomes part of the word), as callers have always seen.
+Field readField(const char *&fmt, bool allowStar) noexcept
 {
     Field f;
-    const char *p = fmt;
-    bool negative = false;
-    if (*p == '-' || *p == '+')
-        negative = *p++ == '-';
-    if (*p == '*') {
-        f.star = true;
-        fmt = p + 1;
-    } else {
-        fmt = DX_FormatReadS16(fmt, &f.width);
+    fmt = rq::date::readField(fmt, allowStar, &f.spec);
+    // A word cut short by the format's end has product 0 and is handed down
+    // as a bare "%", which every layer refuses.
+    if (f.spec.product != 0) {
+        f.word[0] = fmt[-2];
+        f.word[1] = fmt[-1];
     }
-    readWord(fmt, f);
-    if (f.star) {
-        bool twoWide = f.product == kAmPm || f.product == kHour12 || f.product == kHour24 ||
-                       f.product == kMinute || f.product == kSecond;
-        f.width = static_cast<S16>(twoWide ? (negative ? -2 : 2) : 0);
-    }
-    return f;
-}
-
-// Local-time fields: an optional sign and a decimal width; "*" is not
-// recognised here (it becomes part of the word), as callers have always seen.
-Field readLocalField(const char *&fmt) noexcept
-{
-    Field f;
-    fmt = DX_FormatReadS16(fmt, &f.width);
-    readWord(fmt, f);
     return f;
 }
 
@@ -117,12 +83,12 @@ U32 writeTwoDigits(FormatState &st, U32 value) noexcept
 template <typename Print>
 U32 handDown(FormatState &st, const Field &f, Print &&print) noexcept
 {
-    const char down[4] = {'%', f.w0, f.w1, '\0'};
+    const char down[4] = {'%', f.word[0], f.word[1], '\0'};
     char area[kDownArea];
     U32 rc = print(area, kDownArea, down);
     if (rc != 0)
         return rc;
-    return writeText(st, area, f.width);
+    return writeText(st, area, f.spec.widthFor(0));
 }
 
 U32 timePrint(char *buffer, U32 size, const char *format, DX_TIME *time, HLIST nls, int depth) noexcept;
@@ -140,21 +106,21 @@ U32 layout(FormatState &st, const Field &f, DX_TIME *time, HLIST nls, const char
     rc = timePrint(area, areaSize, format, time, nls, depth + 1);
     if (rc != 0)
         return rc;
-    return writeText(st, area, f.width);
+    return writeText(st, area, f.spec.widthFor(0));
 }
 
 // TimeFormatPrint: the time printer's field handler.
 U32 timeField(const char *&fmt, FormatState &st, DX_TIME *time, HLIST nls, int depth) noexcept
 {
-    Field f = readTimeField(fmt);
+    Field f = readField(fmt, true);
     U32 hour = time->seconds / 3600;
-    switch (f.product) {
+    switch (f.spec.product) {
     case kAmPm:
-        return writeText(st, hour < 12 ? "AM" : "PM", f.width);
+        return writeText(st, hour < 12 ? "AM" : "PM", f.spec.widthFor(2));
     case kHour12:
-        return writeNumber(st, hour % 12 == 0 ? 12 : hour % 12, f.width);
+        return writeNumber(st, hour % 12 == 0 ? 12 : hour % 12, f.spec.widthFor(2));
     case kHour24:
-        return writeNumber(st, hour, f.width);
+        return writeNumber(st, hour, f.spec.widthFor(2));
     case kMinute:
         return writeTwoDigits(st, time->seconds / 60 % 60);
     case kSecond:
@@ -206,15 +172,15 @@ void abbreviation(const DX_LOCALTIME *local, char *out) noexcept
 // LTimeFormatPrint: the local-time printer's field handler.
 U32 localField(const char *&fmt, FormatState &st, DX_LOCALTIME *local, HLIST nls) noexcept
 {
-    Field f = readLocalField(fmt);
+    Field f = readField(fmt, false);
     char text[LTIME_ZONE_NAME_SIZE];
-    switch (f.product) {
+    switch (f.spec.product) {
     case kZoneName:
         DX_MemStrnCopy(text, local->zoneName, LTIME_ZONE_NAME_SIZE);
-        return writeText(st, text, f.width);
+        return writeText(st, text, f.spec.widthFor(0));
     case kZoneAbbrev:
         abbreviation(local, text);
-        return writeText(st, text, f.width);
+        return writeText(st, text, f.spec.widthFor(0));
     default:
         return handDown(st, f, [&](char *area, U32 size, const char *down) noexcept {
             return DX_TimeFormat(area, size, down, &local->time, nls);
