@@ -70,9 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size < 5 || size > 512)
         return 0;
+    HLIST nls = catalog();  // loaded once, before the blocks are counted
     uint64_t blocksBefore = 0, bytesBefore = 0;
     SIS_TestLiveGet(&blocksBefore, &bytesBefore);
-    HLIST nls = catalog();
 
     U32 id = 0;
     std::memcpy(&id, data, 4);
