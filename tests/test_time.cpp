@@ -376,7 +376,7 @@ TEST(TimeFormat, CatAppendsAfterTheText)
     EXPECT_EQ(std::string(buffer), "at 9:05");
     char unterminated[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(DX_TimeFormatCat(unterminated, sizeof unterminated, "x", &t, 0), 0x15D02u);
-    EXPECT_EQ(DX_TimeFormat(nullptr, 10, "x", &t, 0), 0x15D02u);
+    EXPECT_EQ(DX_TimeFormat(nullptr, 10, "x", &t, 0), 0x15605u);
     EXPECT_EQ(DX_TimeFormat(buffer, sizeof buffer, nullptr, &t, 0), 0x15605u);
     EXPECT_EQ(std::string(buffer), "");
     EXPECT_EQ(DX_TimeFormat(buffer, sizeof buffer, "x", nullptr, 0), 0x15605u);

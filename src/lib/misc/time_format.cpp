@@ -196,11 +196,14 @@ U32 localPrint(char *buffer, U32 size, const char *format, DX_LOCALTIME *local, 
                                 });
 }
 
-// The common checks of the four entry points: a buffer that cannot be
-// written is full; a missing format or record leaves an empty text.
+// The common checks of the entry points, in the date printer's order: no
+// buffer, no room, then a missing format or record, which leaves an empty
+// text.
 U32 checkArguments(char *buffer, U32 size, const char *format, const void *record, U32 fullCode) noexcept
 {
-    if (buffer == nullptr || size == 0)
+    if (buffer == nullptr)
+        return kNullRecord;
+    if (size == 0)
         return fullCode;
     if (format == nullptr || record == nullptr) {
         *buffer = '\0';
