@@ -325,6 +325,20 @@ TEST(TimeFormat, Words)
     Catalog looping("[timef]\ntime = %ti\n");
     EXPECT_EQ(timeText("%ti", morning, looping.get(), &status), "");
     EXPECT_EQ(status, 0x15D01u);
+    // "ti" prints its layout into 100 bytes, "TI" into 200: five 20-wide
+    // hours need 105 free places.
+    Catalog wide("[timef]\ntime = %-20h2%-20h2%-20h2%-20h2%-20h2\nTIME = %-20h2%-20h2%-20h2%-20h2%-20h2\n");
+    EXPECT_EQ(timeText("%ti", morning, wide.get(), &status), "");
+    EXPECT_EQ(status, 0x15D02u);
+    EXPECT_EQ(timeText("%TI", morning, wide.get(), &status).size(), 100u);
+    EXPECT_EQ(status, 0u);
+    // The sample catalogs' layouts.
+    for (auto [file, text] : {std::pair{"en_US", "9:05 AM|9:05:07"}, std::pair{"fr_FR", "9:05|9:05:07"}}) {
+        HLIST nls = 0;
+        ASSERT_EQ(DX_NLSListCreate(&nls, 0, (std::string(RQ_DATA_DIR) + "/nls/" + file + ".profile").c_str()), 0u);
+        EXPECT_EQ(timeText("%ti|%TI", morning, nls, &status), text) << file;
+        DX_NLSListDestroy(&nls);
+    }
 }
 
 // The exact-capacity sweep: every size below the needed one fails with the
