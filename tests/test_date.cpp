@@ -4,11 +4,13 @@
 
 #include "rqcore/date.h"
 #include "rqcore/lists.h"
+#include "rqcore/nls.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -304,6 +306,15 @@ TEST(Date, WeekdayList)
     EXPECT_EQ(DX_ListGetValue(list, &v, DX_LIST_VALUE_DATA_SIZE), 0u);
     EXPECT_EQ(v, 24u);
     EXPECT_EQ(DX_ListDestroy(&list), 0u);
+    rqtest::allocationSweep(
+        [] {
+            HLIST l = 0;
+            U32 rc = DX_DateListOfWeekDaysCreate(&l, 0);
+            if (rc == 0)
+                DX_ListDestroy(&l);
+            return rc;
+        },
+        0x15041u);
 }
 
 // ---- agreement with Python's datetime ----
@@ -425,4 +436,176 @@ TEST(DateReference, EveryDayFrom1991To2170)
     }
     EXPECT_GT(offsets, 15000);
     std::fclose(f);
+}
+
+// ---- printing ----
+
+namespace {
+
+// The sample catalog (data/nls/en_US.profile) for the names and layouts.
+class DateFormat : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(DX_NLSListCreate(&nls, 0, RQ_DATA_DIR "/nls/en_US.profile"), 0u); }
+    void TearDown() override { DX_NLSListDestroy(&nls); }
+
+    // Prints into an exact-size heap buffer pre-filled with junk.
+    std::string print(const char *format, DX_DATE date, U32 size, U32 *status, HLIST catalog = ~0u)
+    {
+        std::vector<char> buffer(size);
+        if (size != 0)
+            rqtest::fillJunk(buffer.data(), size);
+        *status = DX_DateFormat(buffer.data() ? buffer.data() : &sentinel, size, format, &date, catalog == ~0u ? nls : catalog);
+        if (size == 0) {
+            EXPECT_EQ(sentinel, 'S');  // size 0: nothing written
+        }
+        sentinel = 'S';
+        if (size == 0)
+            return "(size 0)";
+        const char *begin = buffer.data();
+        const char *end = static_cast<const char *>(std::memchr(begin, '\0', size));
+        EXPECT_NE(end, nullptr) << "not terminated";
+        return end ? std::string(begin, end) : "(unterminated)";
+    }
+
+    HLIST nls = 0;
+    char sentinel = 'S';
+    DX_DATE jan5 = make(5, 0, 2005);  // a Wednesday; January 2005 starts on a Saturday
+};
+
+}  // namespace
+
+TEST_F(DateFormat, FieldsWidthsAndEscapes)
+{
+    DX_DATE year0 = make(1, 0, 0), year65535 = make(31, 11, 65535), poked = jan5;
+    poked.month = 12;
+    DX_DATE day0 = jan5, day32 = jan5;
+    day0.day = 0;
+    day32.day = 32;
+    const char signedPair[] = {'%', '\x9C', '\x93', '\0'};  // (-100) * (-109) = 'd' * 'm' with signed chars
+    struct Case {
+        const char *format;
+        const DX_DATE *date;
+        U32 status;
+        const char *out;
+    } cases[] = {
+        {"%*dm/%*my/%*YE", &jan5, 0, " 5/ 0/2005"},  // the month prints 0-based
+        {"%md.%ym.%EY", &jan5, 0, "5.0.2005"},       // either order of the letters
+        {"%dn %DN %mn %MN", &jan5, 0, "Wed Wednesday Jan January"},
+        {"%X}|%B[|%U4", &jan5, 0, "Wed|January|Wednesday, January 5, 2005"},  // same products
+        {"[%da] [%DA]", &jan5, 0, "[Jan 5, 2005] [Wednesday, January 5, 2005]"},
+        {"%dw %*dw %wm %*wm %ye %*ye %YE", &jan5, 0, "3 3 1 1 5  5 2005"},
+        {"%5dm|%-5dm|%+5dm|%-*dm|%+*dm|%1YE|%-*DN|", &jan5, 0, "    5|5    |    5|5 | 5|2005|Wednesday|"},
+        {"%--3dm|%-+3dm|%007dm", &jan5, 0, "  5|5  |      5"},
+        {"%14da|%-14da|", &jan5, 0, "   Jan 5, 2005|Jan 5, 2005   |"},
+        {"a\\nb\\tc\\%\\\\d\\q", &jan5, 0, "a\nb\tc%\\dq"},
+        {signedPair, &jan5, 0, "5"},
+        {"%YE %ye %dm %my", &year65535, 0, "65535 35 31 11"},
+        {"%YE %ye", &year0, 0, "0 0"},
+        {"%dm %my", &poked, 0, "5 12"},
+        {"%dm|%dm", &day0, 0, "0|0"},
+        {"%dm", &day32, 0, "32"},
+        // failures: the output is always cut to nothing
+        {"abc%xx", &jan5, 0x16001, ""},
+        {"abc\\", &jan5, 0x16001, ""},
+        {"abc%", &jan5, 0x16001, ""},
+        {"abc%d", &jan5, 0x16001, ""},
+        {"abc%-5", &jan5, 0x16001, ""},
+        {"abc%*", &jan5, 0x16001, ""},
+        {"%dw", &year0, 0x1560C, ""},   // no day of week before 1991
+        {"%mn", &poked, 0x15B01, ""},   // no 13th month name
+        {"%wm", &poked, 0x15602, ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.format);
+        U32 status = 0;
+        EXPECT_EQ(print(c.format, *c.date, 200, &status), c.out);
+        EXPECT_EQ(status, c.status);
+    }
+}
+
+TEST_F(DateFormat, EveryBufferSize)
+{
+    // A literal character uses two places and a field its length plus one,
+    // out of size - 1: " 5/ 0/2005" needs 3 + 2 + 3 + 2 + 5 = 15 places, so
+    // 16 bytes.  "%DA" needs 26 + 1 places.
+    struct Case {
+        const char *format;
+        U32 needed;
+        const char *out;
+    } cases[] = {
+        {"%*dm/%*my/%*YE", 16, " 5/ 0/2005"}, {"ab", 5, "ab"}, {"%DA", 28, "Wednesday, January 5, 2005"}, {"", 1, ""},
+    };
+    for (const auto &c : cases) {
+        for (U32 size = 0; size <= c.needed + 2; ++size) {
+            SCOPED_TRACE(::testing::Message() << c.format << " size " << size);
+            U32 status = 0;
+            std::string out = print(c.format, jan5, size, &status);
+            if (size == 0) {
+                EXPECT_EQ(status, 0x16002u);
+            } else if (size < c.needed) {
+                EXPECT_EQ(status, 0x16002u);
+                EXPECT_EQ(out, "");
+            } else {
+                EXPECT_EQ(status, 0u);
+                EXPECT_EQ(out, c.out);
+            }
+        }
+    }
+}
+
+TEST_F(DateFormat, ExtremeWidths)
+{
+    // 32767 blanks-and-digit places plus the closing place; "32768" reads as
+    // -32768 in 16 bits, and negating it leaves it there: both left-align.
+    U32 status = 0;
+    EXPECT_EQ(print("%32767dm", jan5, 32769, &status), std::string(32766, ' ') + "5");
+    EXPECT_EQ(status, 0u);
+    EXPECT_EQ(print("%32767dm", jan5, 32768, &status), "");
+    EXPECT_EQ(status, 0x16002u);
+    for (const char *format : {"%-32768dm", "%32768dm"}) {
+        SCOPED_TRACE(format);
+        EXPECT_EQ(print(format, jan5, 32770, &status), "5" + std::string(32767, ' '));
+        EXPECT_EQ(status, 0u);
+    }
+}
+
+TEST_F(DateFormat, CatalogLayoutsAndNulls)
+{
+    rqtest::TempDir dir;
+    std::string path = dir.file("odd.profile");
+    FILE *f = std::fopen(path.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs("[datef]\ndate = \"%da\"\nDATE = \"%60dm%60dm\"\n", f);
+    std::fclose(f);
+    HLIST odd = 0;
+    ASSERT_EQ(DX_NLSListCreate(&odd, 0, path.c_str()), 0u);
+    U32 status = 0;
+    EXPECT_EQ(print("x%da", jan5, 200, &status, odd), "");  // a layout naming itself stops
+    EXPECT_EQ(status, 0x16001u);
+    EXPECT_EQ(print("x%DA", jan5, 200, &status, odd), "");  // the layout's 100-byte area is full
+    EXPECT_EQ(status, 0x16002u);
+    EXPECT_EQ(print("x%dn", jan5, 200, &status, odd), "");  // no day list: the catalog's code
+    EXPECT_EQ(status, 0x15B05u);
+    DX_NLSListDestroy(&odd);
+    EXPECT_EQ(print("%dm", jan5, 200, &status, 0), "5");  // no catalog needed for numbers
+    EXPECT_EQ(status, 0u);
+    EXPECT_EQ(print("%dn", jan5, 200, &status, 0), "");
+    EXPECT_NE(status, 0u);
+
+    char buffer[16] = "x";
+    EXPECT_EQ(DX_DateFormat(nullptr, 16, "%dm", &jan5, nls), 0x15605u);
+    EXPECT_EQ(DX_DateFormat(buffer, 16, nullptr, &jan5, nls), 0x15605u);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(DX_DateFormat(buffer, 16, "%dm", nullptr, nls), 0x15605u);
+    // Cat appends after the text there and keeps it on failure.
+    std::strcpy(buffer, "on ");
+    EXPECT_EQ(DX_DateFormatCat(buffer, sizeof buffer, "%mn %dm", &jan5, nls), 0u);
+    EXPECT_STREQ(buffer, "on Jan 5");
+    EXPECT_EQ(DX_DateFormatCat(buffer, sizeof buffer, "%xx", &jan5, nls), 0x16001u);
+    EXPECT_STREQ(buffer, "on Jan 5");
+    EXPECT_EQ(DX_DateFormatCat(buffer, 9, "%dm", &jan5, nls), 0x16002u);  // no place after the 8 characters
+    EXPECT_STREQ(buffer, "on Jan 5");
+    std::memset(buffer, 'J', sizeof buffer);
+    EXPECT_EQ(DX_DateFormatCat(buffer, sizeof buffer, "%dm", &jan5, nls), 0x16002u);  // unterminated: no room
+    EXPECT_EQ(buffer[15], 'J');
 }

@@ -52,7 +52,7 @@ U32 writeNumber(FormatState &st, U32 value, S16 width) noexcept
 // One field, fmt just after the "%".
 U32 dateField(const char *&fmt, FormatState &st, DX_DATE *date, HLIST nls, int depth) noexcept
 {
-    FieldSpec f;
+    FormatField f;
     fmt = readField(fmt, true, &f);
     U16 v = 0;
     switch (f.product) {

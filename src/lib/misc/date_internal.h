@@ -56,7 +56,7 @@ struct FormatCodes {
 };
 
 // What a field handler works on: the write position and the free places,
-// both advanced by the Part's writers (DX_FormatWriteU32F and friends take
+// both advanced by the formatting primitives (DX_FormatWriteU32F and friends take
 // &free); the handler also advances fmt past its field.
 struct FormatState {
     char *out;
@@ -119,7 +119,7 @@ constexpr U32 fieldWord(char a, char b) noexcept
 }
 
 // A field as read after its "%".
-struct FieldSpec {
+struct FormatField {
     U32 product = 0;        // fieldWord of the two characters; 0 when the format ends first
     S16 width = 0;          // the decimal width given
     bool standard = false;  // "*": the word's standard width
@@ -136,22 +136,22 @@ struct FieldSpec {
 // (DX_FormatReadS16), then the two-character word; returns the position two
 // characters after the word's start, or the end of the format if it comes
 // first.
-inline const char *readField(const char *fmt, bool allowStar, FieldSpec *spec) noexcept
+inline const char *readField(const char *fmt, bool allowStar, FormatField *field) noexcept
 {
-    spec->negate = *fmt == '-';
+    field->negate = *fmt == '-';
     if (*fmt == '-' || *fmt == '+')
         ++fmt;
     if (allowStar && *fmt == '*') {
-        spec->standard = true;
+        field->standard = true;
         ++fmt;
     } else {
-        fmt = DX_FormatReadS16(fmt, &spec->width);
+        fmt = DX_FormatReadS16(fmt, &field->width);
     }
     if (fmt[0] == '\0' || fmt[1] == '\0') {
-        spec->product = 0;  // no known word has a zero code
+        field->product = 0;  // no known word has a zero code
         return fmt[0] == '\0' ? fmt : fmt + 1;
     }
-    spec->product = fieldWord(fmt[0], fmt[1]);
+    field->product = fieldWord(fmt[0], fmt[1]);
     return fmt + 2;
 }
 

@@ -168,6 +168,7 @@ RQ_API U32 DX_DateCompute(const DX_DATE *source, U16 amount, U16 unit, DX_DATE *
         // Through the signed 16-bit offset: amounts above 32767 move back, as callers rely on.
         return DX_DateOffset(result, static_cast<S16>(amount));
     case DX_DATE_UNIT_WEEKS:
+        // amount * 7 in 16 bits, then signed: callers rely on the same wrap as for days.
         return DX_DateOffset(result, static_cast<S16>(static_cast<U16>(amount * 7u)));
     case DX_DATE_UNIT_MONTHS: {
         U32 m = result->month + static_cast<U32>(amount);
