@@ -317,6 +317,282 @@ TEST_F(Catalog, AllocationSweep)
     EXPECT_GT(allocations, 4);
 }
 
+// ---- growing strings and messages ----
+
+TEST(Extstr, GrowsAndKeepsOnFailure)
+{
+    rqtest::LeakCheck leaks;
+    ZOL_EXTSTR s;
+    ASSERT_EQ(ZOL_ExtstrInit(&s, 0), 0u);
+    EXPECT_STREQ(s.text, "");
+    std::string expected;
+    for (int i = 0; i < 300; ++i) {  // crosses several doublings
+        ASSERT_EQ(ZOL_ExtstrAdd(&s, "abc"), 0u);
+        expected += "abc";
+    }
+    ASSERT_EQ(ZOL_ExtstrAddLen(&s, "xyz", 2), 0u);
+    ASSERT_EQ(ZOL_ExtstrAddLen(&s, nullptr, 0), 0u);
+    expected += "xy";
+    EXPECT_EQ(std::string(s.text), expected);
+    EXPECT_EQ(s.length, expected.size());
+    EXPECT_EQ(ZOL_ExtstrAdd(&s, nullptr), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(ZOL_ExtstrAddLen(&s, nullptr, 1), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(ZOL_ExtstrAddLen(&s, "a", 0xFFFFFFF0u), NLS_ERR_NO_MEMORY);
+    EXPECT_EQ(s.length, expected.size());
+    EXPECT_EQ(ZOL_ExtstrFree(&s), 0u);
+    EXPECT_EQ(s.text, nullptr);
+    EXPECT_EQ(ZOL_ExtstrAdd(&s, "a"), NLS_ERR_NULL_POINTER);  // freed: refused, not reused
+    EXPECT_EQ(ZOL_ExtstrInit(nullptr, 4), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(ZOL_ExtstrFree(nullptr), NLS_ERR_NULL_POINTER);
+    rqtest::allocationSweep(
+        [] {
+            ZOL_EXTSTR t;
+            U32 rc = ZOL_ExtstrInit(&t, 1);
+            for (int i = 0; rc == 0 && i < 50; ++i)
+                rc = ZOL_ExtstrAdd(&t, "0123456789");
+            if (t.text != nullptr) {
+                EXPECT_EQ(std::strlen(t.text), t.length);  // a failed append kept the text whole
+                ZOL_ExtstrFree(&t);
+            }
+            return rc;
+        },
+        NLS_ERR_NO_MEMORY);
+}
+
+TEST(Message, PositionalArguments)
+{
+    const char *args[] = {"ab", "cd", nullptr};
+    struct Case {
+        const char *format;
+        U32 count;
+        U32 size;
+        U32 status;
+        const char *expected;
+    } cases[] = {
+        {"Cannot open %1: %2", 2, 64, 0, "Cannot open ab: cd"},
+        {"%2 then %1, %1 again", 2, 64, 0, "cd then ab, ab again"},
+        {"|%(6)1|%(-6)2|", 2, 64, 0, "|    ab|cd    |"},
+        {"%(1)1%(+3)2", 2, 64, 0, "ab cd"},
+        {"100%% of %1", 1, 64, 0, "100% of ab"},
+        {"[%3]", 3, 64, 0, "[]"},             // a NULL argument is empty
+        {"no arguments", 0, 64, 0, "no arguments"},
+        {"", 0, 64, 0, ""},
+        {"%1%2", 2, 4, NLS_ERR_TRUNCATED, "abc"},
+        {"abcdef", 0, 1, NLS_ERR_TRUNCATED, ""},
+        {"%(5)1", 1, 3, NLS_ERR_TRUNCATED, "  "},
+        {"%3", 2, 64, NLS_ERR_FORMAT, ""},    // beyond the arguments given
+        {"%0", 2, 64, NLS_ERR_FORMAT, ""},
+        {"50%", 2, 64, NLS_ERR_FORMAT, ""},
+        {"%x", 2, 64, NLS_ERR_FORMAT, ""},
+        {"%(5", 2, 64, NLS_ERR_FORMAT, ""},
+        {"%()1", 2, 64, NLS_ERR_FORMAT, ""},
+        {"%(5)x", 2, 64, NLS_ERR_FORMAT, ""},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.format);
+        char out[64];
+        rqtest::fillJunk(out, sizeof out);
+        EXPECT_EQ(FormatPrint(out, c.size, c.format, args, c.count), c.status);
+        EXPECT_STREQ(out, c.expected);
+        U32 size = 0;
+        U32 rc = FormatSizeGet(c.format, args, c.count, &size);
+        if (c.status == NLS_ERR_FORMAT)
+            EXPECT_EQ(rc, NLS_ERR_FORMAT);
+        else if (c.status == 0)
+            EXPECT_EQ(size, std::strlen(c.expected) + 1);
+        else
+            EXPECT_GT(size, c.size);
+    }
+    char out[4] = "abc";
+    EXPECT_EQ(FormatPrint(out, 0, "x", nullptr, 0), NLS_ERR_TRUNCATED);
+    EXPECT_STREQ(out, "abc");
+    EXPECT_EQ(FormatPrint(nullptr, 4, "x", nullptr, 0), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(FormatPrint(out, 4, nullptr, nullptr, 0), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(FormatPrint(out, 4, "%1", nullptr, 1), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(FormatSizeGet("x", nullptr, 0, nullptr), NLS_ERR_NULL_POINTER);
+    U32 size = 0;
+    EXPECT_EQ(FormatSizeGet("%(32767)1%(-32768)1", args, 1, &size), 0u);
+    EXPECT_EQ(size, 32767u + 32768u + 1u);
+}
+
+// ---- writing catalogs ----
+
+TEST_F(Catalog, WriteAndReadBack)
+{
+    rqtest::LeakCheck leaks;
+    std::string longList = "{";
+    for (int i = 0; i < 60; ++i)
+        longList += (i ? "," : "") + std::string("item") + std::to_string(i);
+    longList += "}";
+    std::string quotedList = "{\"a, b\",c d, \"e\"}";
+    struct Entry {
+        const char *section;
+        const char *key;
+        std::string value;
+    } entries[] = {
+        {"datef", "day", "{Sunday,Monday}"},
+        {"datef", "date", "%mn %dm, %YE"},
+        {"datef", "long", longList},
+        {"datef", "quoted list", quotedList},
+        {"msg", "hash", "50% # not a comment"},
+        {"msg", "quote", "say \"hi\" \\o/"},
+        {"msg", "blanks", "  padded\t"},
+        {"msg", "lines", "one\ntwo\tthree"},
+        {"msg", "empty", ""},
+        {"msg", "brace", "{not closed"},
+        {"msg", "braces", "} and {"},
+        {"msg", "accents", "d\xC3\xA9" "cembre"},
+        {"msg", "max", std::string(799, 'x')},
+    };
+    HLIST catalog = 0;
+    // An empty catalog from an empty section-name list.
+    HLIST names = 0;
+    ASSERT_EQ(DX_ListCreate(&names, 32, 0, 0x20, nullptr, nullptr), 0u);
+    ASSERT_EQ(DX_NLSListCreateFromSections(&catalog, 0, path.c_str(), names), 0u);
+    DX_ListDestroy(&names);
+    ASSERT_EQ(DX_NLSAddSection(catalog, "datef"), 0u);
+    ASSERT_EQ(DX_NLSAddSection(catalog, "msg"), 0u);
+    for (const Entry &e : entries) {
+        SCOPED_TRACE(e.key);
+        U32 rc = DX_NLSAddEntry(catalog, e.section, e.key, e.value.c_str());
+        // 799 characters only fit on one line as a list.
+        EXPECT_EQ(rc, std::strcmp(e.key, "max") == 0 ? NLS_ERR_VALUE : 0u);
+    }
+    ASSERT_EQ(DX_NLSWriteToAFile(catalog, path.c_str()), 0u);
+    DX_NLSListDestroy(&catalog);
+
+    ASSERT_EQ(DX_NLSListCreate(&catalog, 0, path.c_str()), 0u);
+    for (const Entry &e : entries) {
+        if (std::strcmp(e.key, "max") == 0)
+            continue;
+        SCOPED_TRACE(e.key);
+        char out[NLS_VALUE_SIZE];
+        EXPECT_EQ(DX_NLSGet(catalog, out, sizeof out, e.section, e.key), 0u);
+        EXPECT_EQ(std::string(out), e.value);
+        EXPECT_EQ(DX_GetProfileStr(path.c_str(), e.section, e.key, out, sizeof out, "dflt"), 0u);
+        EXPECT_EQ(std::string(out), e.value);
+    }
+    char out[NLS_ELEMENT_SIZE];
+    EXPECT_EQ(DX_NLSGetElement(catalog, out, sizeof out, "datef", "long", 59), 0u);
+    EXPECT_STREQ(out, "item59");
+    EXPECT_EQ(DX_NLSGetElement(catalog, out, sizeof out, "datef", "quoted list", 0), 0u);
+    EXPECT_STREQ(out, "a, b");
+    HLIST list = 0;
+    ASSERT_EQ(DX_GetProfileStrList(path.c_str(), "datef", "long", &list, 0), 0u);
+    U32 count = 0;
+    DX_ListGetElemNum(list, &count);
+    EXPECT_EQ(count, 60u);
+    DX_ListDestroy(&list);
+    // Every line fits the reader's line buffer, and sections keep their order.
+    std::string text = rqtest::readFile(path);
+    size_t start = 0;
+    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1)
+        EXPECT_LE(nl - start + 1, 214u) << text.substr(start, nl - start);
+    EXPECT_LT(text.find("[datef]"), text.find("[msg]"));
+
+    // Rewriting what was read gives the same file.
+    ASSERT_EQ(DX_NLSWriteToAFile(catalog, path.c_str()), 0u);
+    EXPECT_EQ(rqtest::readFile(path), text);
+    DX_NLSListDestroy(&catalog);
+}
+
+TEST_F(Catalog, WritersRefuse)
+{
+    rqtest::LeakCheck leaks;
+    HLIST catalog = 0;
+    writeFile(path, "[a]\nk = 1\n");
+    ASSERT_EQ(DX_NLSListCreate(&catalog, NLS_MODE_PRIORITY, path.c_str()), 0u);
+    struct Case {
+        const char *section;
+        const char *key;
+        const char *value;
+        U32 status;
+    } adds[] = {
+        {"a", "k", "2", NLS_ERR_DUP_KEY},
+        {"b", "k", "2", NLS_ERR_NO_SECTION},
+        {"a", "", "v", NLS_ERR_VALUE},
+        {"a", " k", "v", NLS_ERR_VALUE},
+        {"a", "k=", "v", NLS_ERR_VALUE},
+        {"a", "[k", "v", NLS_ERR_VALUE},
+        {"a", "#k", "v", NLS_ERR_VALUE},
+        {"a", "0123456789012345678901234567890x", "v", NLS_ERR_VALUE},
+        {"a", "cr", "a\rb", NLS_ERR_VALUE},
+        {"a", "x", nullptr, NLS_ERR_NULL_POINTER},
+        {"a", "0123456789012345678901234567890", "v", 0},
+    };
+    for (const Case &c : adds) {
+        SCOPED_TRACE(c.key);
+        EXPECT_EQ(DX_NLSAddEntry(catalog, c.section, c.key, c.value), c.status);
+    }
+    EXPECT_EQ(DX_NLSUpdateEntry(catalog, "a", "missing", "v"), NLS_ERR_NO_KEY);
+    EXPECT_EQ(DX_NLSUpdateEntry(catalog, "a", "k", "a\rb"), NLS_ERR_VALUE);
+    EXPECT_EQ(DX_NLSUpdateEntry(catalog, "a", "k", "new"), 0u);
+    char out[8];
+    DX_NLSGet(catalog, out, sizeof out, "a", "k");
+    EXPECT_STREQ(out, "new");
+    for (const char *bad : {"", "a b", "a]", "a\tb", "0123456789012345678901234567890x"})
+        EXPECT_EQ(DX_NLSAddSection(catalog, bad), NLS_ERR_VALUE) << bad;
+    EXPECT_EQ(DX_NLSAddSection(catalog, "a"), NLS_ERR_DUP_SECTION);
+    EXPECT_EQ(DX_NLSAddSection(catalog, nullptr), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(DX_NLSAddSection(catalog, "b"), 0u);
+    HLIST keys = 0;
+    U32 flags = 0;
+    DX_ListGetLast(catalog, nullptr, &keys);
+    DX_ListGetFlags(keys, &flags);
+    EXPECT_NE(flags & DX_LIST_PRIORITY, 0u);
+    EXPECT_EQ(DX_NLSWriteToAFile(catalog, nullptr), NLS_ERR_NULL_POINTER);
+    EXPECT_EQ(DX_NLSWriteToAFile(catalog, dir.file("no/such/dir").c_str()), NLS_ERR_WRITE);
+    DX_NLSListDestroy(&catalog);
+}
+
+TEST_F(Catalog, CreateOrUpdateFile)
+{
+    rqtest::LeakCheck leaks;
+    ASSERT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "s", "k", "one"), 0u);
+    ASSERT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "s", "j", "{x, y}"), 0u);
+    ASSERT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "t", "k", "three"), 0u);
+    ASSERT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "s", "k", "two"), 0u);
+    EXPECT_EQ(rqtest::readFile(path), "[s]\nk = two\nj = {x, y}\n\n[t]\nk = three\n");
+    EXPECT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "s", "k", "a\rb"), NLS_ERR_VALUE);
+    EXPECT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "s s", "k", "v"), NLS_ERR_VALUE);
+    EXPECT_EQ(DX_NLSCreateOrUpdateFile(nullptr, "s", "k", "v"), NLS_ERR_NULL_POINTER);
+    writeFile(path, "[s]\nk=1\nk=2\n");
+    EXPECT_EQ(DX_NLSCreateOrUpdateFile(path.c_str(), "s", "k", "v"), NLS_ERR_DUP_KEY);
+    EXPECT_EQ(rqtest::readFile(path), "[s]\nk=1\nk=2\n");  // a file that cannot be read is left alone
+}
+
+TEST_F(Catalog, FormatFromCatalog)
+{
+    rqtest::LeakCheck leaks;
+    writeFile(path, "[msg]\nopen = \"Impossible d'ouvrir %1 : %2\"\nbad = \"%7\"\n");
+    HLIST catalog = 0;
+    ASSERT_EQ(DX_NLSListCreate(&catalog, 0, path.c_str()), 0u);
+    const char *args[] = {"f.txt", "refus\xC3\xA9"};
+    char out[64];
+    EXPECT_EQ(DX_NLSFormat(catalog, out, sizeof out, "msg", "open", args, 2), 0u);
+    EXPECT_STREQ(out, "Impossible d'ouvrir f.txt : refus\xC3\xA9");
+    EXPECT_EQ(DX_NLSFormat(catalog, out, sizeof out, "msg", "none", args, 2), NLS_ERR_NO_KEY);
+    EXPECT_STREQ(out, "");
+    ZOL_EXTSTR s;
+    ASSERT_EQ(ZOL_ExtstrInit(&s, 0), 0u);
+    ZOL_ExtstrAdd(&s, "> ");
+    EXPECT_EQ(DX_NLSFormatCat(catalog, &s, "msg", "open", args, 2), 0u);
+    EXPECT_EQ(DX_NLSFormatCat(catalog, &s, "msg", "bad", args, 2), NLS_ERR_FORMAT);
+    EXPECT_STREQ(s.text, "> Impossible d'ouvrir f.txt : refus\xC3\xA9");
+    rqtest::allocationSweep(
+        [&] {
+            ZOL_EXTSTR t;
+            U32 rc = ZOL_ExtstrInit(&t, 0);
+            if (rc == 0)
+                rc = DX_NLSFormatCat(catalog, &t, "msg", "open", args, 2);
+            ZOL_ExtstrFree(&t);
+            return rc;
+        },
+        NLS_ERR_NO_MEMORY);
+    ZOL_ExtstrFree(&s);
+    DX_NLSListDestroy(&catalog);
+}
+
 // The shipped catalogs hold seven day names and twelve month names in both
 // forms, and the layouts of the date and time printers.
 TEST(CatalogSamples, NamesAndLayouts)

@@ -95,6 +95,84 @@ RQ_API U32 DX_NLSGet(HLIST catalog, char *out, U32 size, const char *section, co
  * On failure out receives "" (when size > 0). */
 RQ_API U32 DX_NLSGetElement(HLIST catalog, char *out, U32 size, const char *section, const char *key, U32 index) RQ_NOEXCEPT;
 
+/* ---- growing strings ----
+ * A text that grows as pieces are appended, its memory from the platform
+ * allocator.  After ZOL_ExtstrInit, text always holds a terminated string of
+ * length characters (capacity bytes are allocated); free it with
+ * ZOL_ExtstrFree, which leaves an empty record.  A failed append leaves the
+ * string as it was. */
+typedef struct ZOL_EXTSTR {
+    char *text;
+    U32 length;
+    U32 capacity;
+} ZOL_EXTSTR;
+
+/* Starts an empty string with room for initialSize characters (0: a small default). */
+RQ_API U32 ZOL_ExtstrInit(ZOL_EXTSTR *string, U32 initialSize) RQ_NOEXCEPT;
+/* Appends a terminated text. */
+RQ_API U32 ZOL_ExtstrAdd(ZOL_EXTSTR *string, const char *text) RQ_NOEXCEPT;
+/* Appends length bytes of text (text may be NULL when length is 0). */
+RQ_API U32 ZOL_ExtstrAddLen(ZOL_EXTSTR *string, const char *text, U32 length) RQ_NOEXCEPT;
+RQ_API U32 ZOL_ExtstrFree(ZOL_EXTSTR *string) RQ_NOEXCEPT;
+
+/* ---- messages ----
+ * A message text is copied as it is, except for these sequences:
+ *   %%        one "%"
+ *   %N        argument N (a digit 1 to 9), as given
+ *   %(W)N     argument N in a field of W places (a signed decimal width as
+ *             DX_FormatWriteStrF takes it: W > 0 right-aligns, W < 0
+ *             left-aligns, a short width never cuts)
+ * Arguments are numbered from 1 in the order the caller passes them, so a
+ * translation may use them in any order, any number of times, or not at all:
+ *   en: "Cannot open %1: %2"        fr: "Impossible d'ouvrir %1 : %2"
+ *   en: "%1 of %2 messages"          xx: "%2 messages, %1 read"
+ *   "|%(6)1|%(-6)2|" with "ab", "cd" gives "|    ab|cd    |"
+ * Any other character after "%", an unclosed "(", or an argument number above
+ * count is NLS_ERR_FORMAT.  A NULL entry of args is the empty text.
+ * Message texts come from a catalog: write them quoted in the file when they
+ * start with "{" or hold "#" or "\"" (the catalog writers do so). */
+
+/* *size = the bytes the formatted message needs, its NUL included. */
+RQ_API U32 FormatSizeGet(const char *format, const char *const *args, U32 count, U32 *size) RQ_NOEXCEPT;
+/* Writes the formatted message into out (size bytes).  When it does not fit,
+ * out holds its first size-1 bytes and the status is NLS_ERR_TRUNCATED.  On a
+ * format error out receives "" (when size > 0). */
+RQ_API U32 FormatPrint(char *out, U32 size, const char *format, const char *const *args, U32 count) RQ_NOEXCEPT;
+/* FormatPrint of the message at (section, key) of catalog. */
+RQ_API U32 DX_NLSFormat(HLIST catalog, char *out, U32 size, const char *section, const char *key, const char *const *args, U32 count) RQ_NOEXCEPT;
+/* Appends the formatted message at (section, key) to a growing string; on
+ * failure the string is left as it was. */
+RQ_API U32 DX_NLSFormatCat(HLIST catalog, ZOL_EXTSTR *string, const char *section, const char *key, const char *const *args, U32 count) RQ_NOEXCEPT;
+
+/* ---- writing catalogs ----
+ * A catalog is built or changed in memory, then written whole to a profile
+ * file that the profile reader and DX_NLSListCreate read back unchanged.
+ * Names and values that the reader cannot give back are refused with
+ * NLS_ERR_VALUE before anything is changed or written:
+ *   - section names: 1 to 31 characters, none of blank, tab, "]", or a
+ *     control character;
+ *   - keys: 1 to 31 characters, no "=", no control character, no blank at
+ *     either end, not starting with "[", "#" or "/";
+ *   - values: up to 799 characters, no carriage return.  A value is written
+ *     bare when it reads back so, a list value "{...}" bare and, when its line
+ *     would be longer than the reader's 214 characters, broken after commas
+ *     onto indented lines; any other value is quoted with \", \\, \n and
+ *     \t escapes.  A quoted value (or a list holding "=" or "#") that does not
+ *     fit on one line is refused.
+ * Comments of a file read with DX_NLSListCreate are not kept by a rewrite. */
+
+/* Writes every section in catalog order, each key in its section's order. */
+RQ_API U32 DX_NLSWriteToAFile(HLIST catalog, const char *path) RQ_NOEXCEPT;
+/* Adds an empty section at the end; an existing name is 0x15B06. */
+RQ_API U32 DX_NLSAddSection(HLIST catalog, const char *section) RQ_NOEXCEPT;
+/* Adds key = value at the end of section (0x15B04 when absent); an existing key is 0x15B07. */
+RQ_API U32 DX_NLSAddEntry(HLIST catalog, const char *section, const char *key, const char *value) RQ_NOEXCEPT;
+/* Replaces the value of an existing key (0x15B04, 0x15B05 when absent). */
+RQ_API U32 DX_NLSUpdateEntry(HLIST catalog, const char *section, const char *key, const char *value) RQ_NOEXCEPT;
+/* Loads path (a missing file is an empty catalog), adds the section if it is
+ * new, adds or updates key = value and writes the file back. */
+RQ_API U32 DX_NLSCreateOrUpdateFile(const char *path, const char *section, const char *key, const char *value) RQ_NOEXCEPT;
+
 RQ_END_DECLS
 
 #endif

@@ -131,8 +131,22 @@ RQ_API U32 DX_NLSListCreate(HLIST *catalog, U32 mode, const char *path) noexcept
         return NLS_ERR_DUP_SECTION;
     if (rc != 0)
         return rc;
-    rc = DX_NLSListCreateFromSections(catalog, mode, path, sections);
+    // The section reader lists the newest section first; the catalog keeps
+    // file order, so that a catalog written back keeps its sections in place.
+    HLIST inOrder = 0;
+    rc = DX_ListCreate(&inOrder, PROFIL_SECTION_NAME_SIZE, 0, DX_LIST_STRING_ID, nullptr, nullptr);
+    char name[PROFIL_SECTION_NAME_SIZE];
+    U32 walk = rc == 0 ? DX_ListGetFirst(sections, name, nullptr) : rc;
+    for (; walk == 0; walk = DX_ListGetNext(sections, name, nullptr))
+        if ((walk = DX_ListAddFirst(inOrder, name, nullptr)) != 0)
+            break;
     DX_ListDestroy(&sections);
+    if (walk == DX_LIST_END)
+        rc = DX_NLSListCreateFromSections(catalog, mode, path, inOrder);
+    else
+        rc = walk;
+    if (inOrder != 0)
+        DX_ListDestroy(&inOrder);
     return rc;
 }
 
