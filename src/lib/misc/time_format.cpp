@@ -14,7 +14,7 @@
 namespace rq::time {
 namespace {
 
-using rq::date::FieldSpec;
+using rq::date::FormatField;
 using rq::date::fieldWord;
 using rq::date::FormatState;
 
@@ -38,7 +38,7 @@ constexpr int kMaxLayoutDepth = 8;
 // A field as read after its "%", with the word's two characters kept so
 // that an unknown word can be handed down.
 struct Field {
-    FieldSpec spec;
+    FormatField spec;
     char word[2] = {0, 0};
 };
 
