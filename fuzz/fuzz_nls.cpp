@@ -63,11 +63,39 @@ void sameValues(HLIST a, HLIST b)
     }
 }
 
+// The catalog read section by section, from the section names in file order.
+U32 perSection(const std::string &path, HLIST *cat)
+{
+    HLIST names = 0;
+    U32 rc = DX_GetProfileSections(path.c_str(), &names);
+    if (rc != 0)
+        return rc == PROFIL_ERR_DUP_SECTION ? U32{NLS_ERR_DUP_SECTION} : rc;
+    HLIST inOrder = 0;
+    DX_ListCreate(&inOrder, PROFIL_SECTION_NAME_SIZE, 0, 0x20, nullptr, nullptr);
+    char name[PROFIL_SECTION_NAME_SIZE];
+    for (U32 w = DX_ListGetFirst(names, name, nullptr); w == 0; w = DX_ListGetNext(names, name, nullptr))
+        DX_ListAddFirst(inOrder, name, nullptr);
+    rc = DX_NLSListCreateFromSections(cat, NLS_MODE_PRIORITY, path.c_str(), inOrder);
+    DX_ListDestroy(&names);
+    DX_ListDestroy(&inOrder);
+    return rc;
+}
+
 void catalog(const std::string &path)
 {
     HLIST cat = 0;
-    if (DX_NLSListCreate(&cat, NLS_MODE_PRIORITY, path.c_str()) != 0)
+    HLIST reference = 0;
+    U32 rc = DX_NLSListCreate(&cat, NLS_MODE_PRIORITY, path.c_str());
+    check(perSection(path, &reference) == rc, "one-pass and per-section loads disagree");
+    if (rc != 0)
         return;
+    U32 a = 0, b = 0;
+    DX_ListGetElemNum(cat, &a);
+    DX_ListGetElemNum(reference, &b);
+    check(a == b, "section counts differ");
+    sameValues(cat, reference);
+    sameValues(reference, cat);
+    DX_NLSListDestroy(&reference);
     static const char *const kSections[] = {"datef", "timef", "S", ""};
     static const char *const kKeys[] = {"day", "DAY", "k", ""};
     char out[NLS_VALUE_SIZE];

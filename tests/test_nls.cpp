@@ -227,6 +227,9 @@ TEST_F(Catalog, GetAndElements)
         EXPECT_EQ(DX_NLSGet(catalog, junk, 4, nullptr, "day"), NLS_ERR_NULL_POINTER);
         EXPECT_EQ(junk[0], '\0');
         EXPECT_EQ(DX_NLSGetElement(catalog, junk, 4, "datef", nullptr, 0), NLS_ERR_NULL_POINTER);
+        std::strcpy(junk, "abc");
+        EXPECT_EQ(DX_NLSGet(0, junk, 4, "datef", "day"), DX_LIST_ERR_FIND_LOCK);  // no catalog
+        EXPECT_EQ(junk[0], '\0');
         EXPECT_EQ(DX_NLSListDestroy(&catalog), 0u);
         EXPECT_EQ(catalog, 0u);
     }
@@ -270,6 +273,47 @@ TEST_F(Catalog, CreateFailures)
     EXPECT_EQ(catalog, 0u);
 }
 
+// A catalog is read in one pass when that reads what one pass per section
+// would; these files are where the two could part, and must not.
+TEST_F(Catalog, OnePassAgreesWithPerSection)
+{
+    struct Case {
+        const char *text;
+        U32 status;
+        const char *section;
+        const char *key;
+        const char *value;
+        U32 sections;
+    } cases[] = {
+        // a list line that starts with "[" is a header for the section reader
+        {"[a]\nk={x,\n[b]\ny}\n[c]\nj=1\n", 0, "a", "k", "{x,[b]y}", 3},
+        {"[a]\nk={x,\n[b]\ny}\n", 0, "b", "y}", nullptr, 2},
+        {"junk=1\n[a]\nk=1\n", 0, "a", "k", "1", 1},  // before the first header
+        {"[a]  \t] x\nk=1\n[b]\n", 0, "a", "k", "1", 2},
+        {"[a]\nk=1\n[c]\nk=\"x\n", PROFIL_ERR_QUOTING, nullptr, nullptr, nullptr, 0},
+        {"[a]\nk=1\nk=2\n[ b ]\n", NLS_ERR_DUP_KEY, nullptr, nullptr, nullptr, 0},
+        {"[0123456789012345678901234567890123]\nk=1\n", PROFIL_ERR_NO_SECTION, nullptr, nullptr, nullptr, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        writeFile(path, c.text);
+        rqtest::LeakCheck leaks;
+        HLIST catalog = 0;
+        ASSERT_EQ(DX_NLSListCreate(&catalog, NLS_MODE_PLAIN, path.c_str()), c.status);
+        if (c.status != 0)
+            continue;
+        U32 count = 0;
+        DX_ListGetElemNum(catalog, &count);
+        EXPECT_EQ(count, c.sections);
+        char out[64];
+        EXPECT_EQ(DX_NLSGet(catalog, out, sizeof out, c.section, c.key), c.value ? 0u : NLS_ERR_NO_KEY);
+        if (c.value != nullptr) {
+            EXPECT_STREQ(out, c.value);
+        }
+        DX_NLSListDestroy(&catalog);
+    }
+}
+
 TEST_F(Catalog, FromSectionsPicksAndRefusesRepeats)
 {
     writeFile(path, kCatalog);
@@ -304,7 +348,10 @@ TEST_F(Catalog, FromSectionsPicksAndRefusesRepeats)
 
 TEST_F(Catalog, AllocationSweep)
 {
-    writeFile(path, kCatalog);
+    // The second file is read one section at a time (see above).
+    for (const char *text : {kCatalog, "[a]\nk={x,\n[b]\ny}\n[c]\nj=1\n"}) {
+    SCOPED_TRACE(text);
+    writeFile(path, text);
     int allocations = rqtest::allocationSweep(
         [&] {
             HLIST catalog = 0;
@@ -315,6 +362,7 @@ TEST_F(Catalog, AllocationSweep)
         },
         [](U32 rc) { EXPECT_NE(rc, 0u); });
     EXPECT_GT(allocations, 4);
+    }
 }
 
 // ---- growing strings and messages ----

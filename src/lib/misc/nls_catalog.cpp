@@ -4,6 +4,7 @@
 #define RQ_SOURCE_TAG "src/lib/core/lib/misc/nls_catalog"
 #include "internal/rq_mem.h"
 #include "nls_internal.h"
+#include "profile_internal.h"
 #include "rqcore/lists.h"
 #include "rqcore/profiles.h"
 
@@ -73,6 +74,82 @@ U32 addSectionFromFile(HLIST catalog, const char *path, const char *name, bool p
     return 0;
 }
 
+// True when every header of the file is found again under the name the
+// section reader lists it by ("[name]", blanks allowed only after the name,
+// at most 31 characters): DX_GetProfileSection of each listed name then
+// reads the section under that very header.
+U32 headersNameThemselves(const char *path, bool *yes) noexcept
+{
+    rq::Fd fd(rq::profile::openProfile(path));
+    if (!fd.ok())
+        return PROFIL_ERR_OPEN;
+    rq::profile::LineReader reader(fd.get());
+    char line[rq::profile::kLineBuffer];
+    *yes = true;
+    while (reader.next(line)) {
+        if (line[0] != '[')
+            continue;
+        size_t n = std::strcspn(line + 1, " ]\r\n\t");
+        if (n > PROFIL_SECTION_NAME_SIZE - 1)
+            n = PROFIL_SECTION_NAME_SIZE - 1;
+        if (!rq::profile::headerMatches(line, std::string_view(line + 1, n))) {
+            *yes = false;
+            break;
+        }
+    }
+    return 0;
+}
+
+constexpr U32 kNotSame = 1;  // the one-pass load might differ: read per section
+
+// Loads the whole file in one pass (DX_GetProfileSectionList) instead of one
+// pass per section, when that gives the same catalog: every header names
+// itself, and no line inside a brace value starts with "[" (the section
+// list then holds as many sections as there are names).  Otherwise, and on
+// any error of the file's text (the per-section reading decides which one
+// is reported, and skips text before the first header), kNotSame leaves it
+// to the per-section reading.
+U32 loadInOnePass(HLIST *catalog, U32 mode, const char *path, U32 nameCount) noexcept
+{
+    bool same = false;
+    U32 rc = headersNameThemselves(path, &same);
+    if (rc != 0 || !same)
+        return rc != 0 ? rc : kNotSame;
+    HLIST all = 0;
+    rc = DX_GetProfileSectionList(path, &all, nullptr);
+    if (rc != 0)
+        return rc == PROFIL_ERR_NO_MEMORY || (rc & 0xFFFFFF00u) != 0x15200u ? rc : kNotSame;
+    rq::ScopeExit dropAll([&all] { DX_ProfileSectionListDestroy(&all); });
+    U32 count = 0;
+    if ((rc = DX_ListGetElemNum(all, &count)) != 0)
+        return rc;
+    if (count != nameCount)
+        return kNotSame;
+    HLIST built = 0;
+    if ((rc = createCatalog(&built, mode)) != 0)
+        return rc;
+    char name[PROFIL_SECTION_NAME_SIZE];
+    HLIST keys = 0;
+    for (rc = DX_ListGetFirst(all, name, &keys); rc == 0; rc = DX_ListGetNext(all, name, &keys)) {
+        if (mode == NLS_MODE_PRIORITY && (rc = DX_ListSetFlag(keys, DX_LIST_PRIORITY, 1)) != 0)
+            break;
+        char id[NLS_SECTION_NAME_SIZE] = {};
+        DX_MemStrnCopy(id, name, sizeof name);
+        // The section list refused repeated names already.
+        if ((rc = DX_ListAlwaysAddLast(built, id, &keys)) != 0)
+            break;
+    }
+    if (rc != DX_LIST_END) {
+        DX_ListDestroy(&built);  // the section lists still belong to `all`
+        return rc;
+    }
+    // The section lists now belong to the catalog.
+    dropAll.dismiss();
+    DX_ListDestroy(&all);
+    *catalog = built;
+    return 0;
+}
+
 void clearOut(char *out, U32 size) noexcept
 {
     if (out != nullptr && size != 0)
@@ -103,6 +180,8 @@ RQ_API U32 DX_NLSListCreateFromSections(HLIST *catalog, U32 mode, const char *pa
         return rc;
     // Names are read into a buffer of the list's own identifier size, so a
     // list of longer names is read whole and then cut to a catalog name.
+    if (nameSize > 0x7FFFFFFEu)
+        return NLS_ERR_NO_MEMORY;
     rq::Block<char> name(RQ_CALLOC(nameSize + 1u, 1));
     if (!name)
         return NLS_ERR_NO_MEMORY;
@@ -131,6 +210,14 @@ RQ_API U32 DX_NLSListCreate(HLIST *catalog, U32 mode, const char *path) noexcept
         return NLS_ERR_DUP_SECTION;
     if (rc != 0)
         return rc;
+    U32 nameCount = 0;
+    rc = DX_ListGetElemNum(sections, &nameCount);
+    if (rc == 0)
+        rc = loadInOnePass(catalog, mode, path, nameCount);
+    if (rc != kNotSame) {
+        DX_ListDestroy(&sections);
+        return rc;
+    }
     // The section reader lists the newest section first; the catalog keeps
     // file order, so that a catalog written back keeps its sections in place.
     HLIST inOrder = 0;
