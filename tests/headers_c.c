@@ -4,6 +4,9 @@
 #include "rqcore/version.h"
 #include "rqcore/tz.h"
 #include "rqsis/rqsis.h"
+#include "rqcore/time.h"
+
+#include <time.h> /* still the C library's header */
 
 #include <stdio.h>
 #include <string.h>
@@ -19,6 +22,14 @@ int main(void)
     U32 letter = 99;
     ok = ok && DX_DateSet(&date, 1, 0, 1991) == 0 && DX_DateGetDayId(&date, &dayId) == 0 && dayId == 1 &&
          DX_VersionSplit(0, "B.05.12", &letter, NULL, NULL, NULL) == 0 && letter == 1;
+    {
+        DX_TIME t;
+        time_t now = time(NULL);
+        ok = ok && now > 0 && DX_TimeSetFromTimeId(&t, 86400) == 0 && t.date.day == 2 && t.seconds == 0;
+    }
+    char field[8];
+    U32 places = 5;
+    ok = ok && DX_FormatWriteU32F(field, &places, 42u, -4) == field + 4 && strcmp(field, "42  ") == 0;
     HLIST zones = 0;
     U32 type = 0;
     ok = ok && DX_TZCreateTZRulesEmpty(&zones) == 0 &&

@@ -20,5 +20,6 @@
 #include "date.h"
 #include "tz.h"
 #include "version.h"
+#include "time.h" /* this directory's: rqcore/time.h */
 
 #endif
