@@ -187,11 +187,6 @@ def year_plan(tl):
     return years
 
 
-def state_at(tl, utc):
-    starts = [x[0] for x in tl]
-    return tl[bisect.bisect_right(starts, utc) - 1]
-
-
 def abbreviations(tl, country):
     """(standard, daylight or None) abbreviations: the latest of each kind,
     upper-cased when alphabetic, else made of the country code + T / ST."""
@@ -310,6 +305,11 @@ def model_entry(desc, y1, y2):
     day, weekday = choose_day(desc)
     return (day, desc["month"], y1, day, desc["month"], y2, desc["time"],
             99 if weekday is None else weekday, desc["adjust"])
+
+
+def model_rule(zone, runs):
+    pairs = [(model_entry(b, y1, y2), model_entry(e, y1, y2)) for y1, y2, b, e in runs]
+    return tzmodel.Rule(tzmodel.name_offset(zone), [p[0] for p in pairs], [p[1] for p in pairs])
 
 
 def build(name):
@@ -432,6 +432,32 @@ def check(rule, tl):
     return None
 
 
+def cross_check(named, hourly):
+    """Compare the model with Python's zoneinfo (independent of the TZif reader
+    above): every hour 1991-2037 for the zones named in hourly, every 25 hours
+    (so every hour of the day is met) for all others.  Returns disagreements."""
+    import zoneinfo
+    utc0 = datetime.datetime(1991, 1, 1, tzinfo=datetime.timezone.utc)
+    lo = tzmodel_minute(FIRST_YEAR) + 1440
+    hi = tzmodel_minute(LAST_YEAR) + 364 * 1440
+    bad, count = [], 0
+    for zone, key, members, sa, da in named:
+        rule = model_rule(zone, members[0][1])
+        for name, _, _, _ in members:
+            zi = zoneinfo.ZoneInfo(name)
+            step = 60 if name in hourly else 25 * 60
+            for u in range(lo, hi, step):
+                count += 1
+                local = (utc0 + datetime.timedelta(minutes=u)).astimezone(zi)
+                adj = -int(local.utcoffset().total_seconds()) // 60
+                lm, typ = rule.utc_to_local(u)
+                if lm != u - adj or (typ == tzmodel.DAYLIGHT) != bool(local.dst()):
+                    bad.append("%s UTC %s: library %s type %d, zoneinfo %s" % (
+                        name, wall_date(u), wall_date(lm), typ, local.isoformat()))
+                    break
+    return bad, count
+
+
 # ---------------------------------------------------------------- output
 
 def preference_key(name, tab1970, tabzone):
@@ -508,26 +534,22 @@ def generate():
         used.add(zone)
         named.append((zone, key, members, sa, da))
 
-    failed = []
-    if True:  # always: a zone the library would convert wrongly is not shipped
-        kept = []
-        for zone, key, members, sa, da in named:
-            rule_entries = [(model_entry(b, y1, y2), model_entry(e, y1, y2))
-                            for y1, y2, b, e in members[0][1]]
-            rule = tzmodel.Rule(tzmodel.name_offset(zone), [x[0] for x in rule_entries],
-                                [x[1] for x in rule_entries])
-            bad = []
-            for name, runs, tl, cc in members:
-                why = check(rule, tl)
-                if why:
-                    bad.append((name, "library disagrees: " + why))
-            if bad:
-                failed.extend(bad)
-                members = [m for m in members if m[0] not in {b[0] for b in bad}]
-            if members:
-                kept.append((zone, key, members, sa, da))
-        named = kept
-        left_out.extend(failed)
+    # A zone the library would convert wrongly is not shipped.
+    failed, kept = [], []
+    for zone, key, members, sa, da in named:
+        rule = model_rule(zone, members[0][1])
+        bad = []
+        for name, runs, tl, cc in members:
+            why = check(rule, tl)
+            if why:
+                bad.append((name, "library disagrees: " + why))
+        if bad:
+            failed.extend(bad)
+            members = [m for m in members if m[0] not in {b[0] for b in bad}]
+        if members:
+            kept.append((zone, key, members, sa, da))
+    named = kept
+    left_out.extend(failed)
 
     named.sort(key=lambda n: (n[1][0], n[0]))
     out = [
@@ -583,7 +605,8 @@ def generate():
         if len(line) > MAX_LINE:
             raise SystemExit("line too long: " + line)
     stats = {"sections": len(named), "covered": covered, "left_out": len(left_out),
-             "reasons": {r: len(v) for r, v in by_reason.items()}, "failed": failed}
+             "reasons": {r: len(v) for r, v in by_reason.items()}, "failed": failed,
+             "named": named}
     return "\n".join(out) + "\n", stats
 
 
@@ -601,8 +624,14 @@ def main():
     print("sections %d, tz names %d, left out %d" % (stats["sections"], stats["covered"], stats["left_out"]))
     for r, n in sorted(stats["reasons"].items()):
         print("  %4d  %s" % (n, r))
-    for name, why in (stats["failed"] if args.check else []):
-        print("  model: %s: %s" % (name, why))
+    if args.check:
+        for name, why in stats["failed"]:
+            print("  left out: %s: %s" % (name, why))
+        hourly = [n for n in PREFERRED[:8]] + ["Australia/Sydney", "Pacific/Chatham", "Pacific/Tongatapu"]
+        bad, count = cross_check(stats["named"], set(hourly))
+        print("zoneinfo cross-check: %d instants, %d zones disagree" % (count, len(bad)))
+        for line in bad:
+            print("  " + line)
 
 
 if __name__ == "__main__":
