@@ -1,5 +1,8 @@
 /* Every public header compiles as C99 and links from a C program. */
 #include "rqcore/rqcore.h"
+#include "rqcore/date.h"
+#include "rqcore/version.h"
+#include "rqcore/tz.h"
 #include "rqsis/rqsis.h"
 
 #include <stdio.h>
@@ -11,6 +14,16 @@ int main(void)
     RQHANDLE h = MemAlloc(16);
     int ok = banner != NULL && strncmp(banner, "\nVarnelLibrary:rqcore", 21) == 0 && h != 0 &&
              MemLock(h) != NULL;
+    DX_DATE date;
+    U16 dayId = 0;
+    U32 letter = 99;
+    ok = ok && DX_DateSet(&date, 1, 0, 1991) == 0 && DX_DateGetDayId(&date, &dayId) == 0 && dayId == 1 &&
+         DX_VersionSplit(0, "B.05.12", &letter, NULL, NULL, NULL) == 0 && letter == 1;
+    HLIST zones = 0;
+    U32 type = 0;
+    ok = ok && DX_TZCreateTZRulesEmpty(&zones) == 0 &&
+         DX_TZGetLocalType(zones, "EST5EDT", &type, 0) == DX_TZ_ERR_NO_ZONE && DX_TZRulesDestroy(&zones) == 0 &&
+         zones == 0;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");

@@ -16,5 +16,8 @@
 #include "stream.h"
 #include "mime.h"
 #include "mail.h"
+#include "date.h"
+#include "tz.h"
+#include "version.h"
 
 #endif
