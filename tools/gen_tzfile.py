@@ -16,7 +16,10 @@ Output
   the change falls in a year become that year's begin (the first change) and
   end (the second) entry, written as "first weekday on or after day d of the
   month" when consecutive years share such a rule, or as a fixed date, and
-  consecutive years with the same entries share one year range.  A year
+  consecutive years with the same entries share one year range (begin and
+  end keys pair up when that fits in the twelve keys that can be read, else
+  each list is merged on its own, exceptions first and the usual rule last,
+  since the reader takes the first entry whose years hold the year).  A year
   without a change gets two entries with the same adjust (always standard).
   Zones whose rule sets are equal share a section; "name" holds the preferred
   tz name (see PREFERRED and preference_key) and a comment lists the others.
@@ -308,29 +311,79 @@ def model_entry(desc, y1, y2):
 
 
 def model_rule(zone, runs):
-    pairs = [(model_entry(b, y1, y2), model_entry(e, y1, y2)) for y1, y2, b, e in runs]
-    return tzmodel.Rule(tzmodel.name_offset(zone), [p[0] for p in pairs], [p[1] for p in pairs])
+    begins, ends = runs
+    return tzmodel.Rule(tzmodel.name_offset(zone), [model_entry(d, y1, y2) for y1, y2, d in begins],
+                        [model_entry(d, y1, y2) for y1, y2, d in ends])
+
+
+def merge_years(per_year):
+    """[(y1, y2, description)] from one description per year, consecutive
+    years merged while a common description exists."""
+    runs = []
+    for year, desc in per_year:
+        if runs and runs[-1][1] + 1 == year:
+            common = merge(runs[-1][2], desc)
+            if common:
+                runs[-1] = (runs[-1][0], year, common)
+                continue
+        runs.append((year, year, desc))
+    return runs
 
 
 def build(name):
-    """(standard adjust, [(y1, y2, begin, end)], timeline) or raise Unexpressible."""
+    """(standard adjust, (begin runs, end runs), timeline) or raise Unexpressible.
+    Begin and end entries share their year ranges when that fits in the keys
+    that can be read; otherwise each list is merged on its own."""
     tl = timeline(name)
     plan = year_plan(tl)
-    runs = []
+    years = []
     for year in range(FIRST_YEAR, LAST_YEAR + 1):
-        start = wall_state(tl, year)
-        b, e = year_entries(year, plan[year], start, name)
-        if runs:
-            y1, y2, rb, re_ = runs[-1]
-            mb, me = merge(rb, b), merge(re_, e)
-            if mb and me:
-                runs[-1] = (y1, year, mb, me)
-                continue
-        runs.append((year, year, b, e))
-    if len(runs) > MAX_ENTRIES:
-        raise Unexpressible("needs %d entries, at most %d can be read" % (len(runs), MAX_ENTRIES))
+        b, e = year_entries(year, plan[year], wall_state(tl, year), name)
+        years.append((year, (b, e)))
+    joint = []
+    for y1, y2, (b, e) in merge_years_pairs(years):
+        joint.append((y1, y2, b, e))
+    if len(joint) <= MAX_ENTRIES:
+        runs = ([(y1, y2, b) for y1, y2, b, e in joint], [(y1, y2, e) for y1, y2, b, e in joint])
+    else:
+        runs = (fewest_entries([(y, p[0]) for y, p in years]), fewest_entries([(y, p[1]) for y, p in years]))
+        need = max(len(runs[0]), len(runs[1]))
+        if need > MAX_ENTRIES:
+            raise Unexpressible("needs %d entries, at most %d can be read" % (need, MAX_ENTRIES))
     std = next(x[1] for x in reversed(tl) if not x[2])
     return std, runs, tl
+
+
+def fewest_entries(per_year):
+    """Consecutive runs, or, when shorter, the runs of the years that do not
+    follow the most common rule followed by one entry for that rule over the
+    whole span: the reader takes the first entry whose years hold the year,
+    so the exceptions listed first win."""
+    best = merge_years(per_year)
+    for _, seed in per_year:
+        common, covered = seed, []
+        for year, desc in per_year:
+            joined = merge(common, desc)
+            if joined:
+                common = joined
+                covered.append(year)
+        rest = [(y, d) for y, d in per_year if y not in covered]
+        runs = merge_years(rest) + [(covered[0], covered[-1], common)]
+        if len(runs) < len(best):
+            best = runs
+    return best
+
+
+def merge_years_pairs(years):
+    runs = []
+    for year, (b, e) in years:
+        if runs:
+            mb, me = merge(runs[-1][2][0], b), merge(runs[-1][2][1], e)
+            if mb and me:
+                runs[-1] = (runs[-1][0], year, (mb, me))
+                continue
+        runs.append((year, year, (b, e)))
+    return runs
 
 
 def tzmodel_minute(year):
@@ -509,8 +562,7 @@ def generate():
         except Unexpressible as why:
             left_out.append((name, str(why)))
             continue
-        key = (std, tuple((y1, y2, entry_text(b, y1, y2, ""), entry_text(e, y1, y2, ""))
-                                  for y1, y2, b, e in runs))
+        key = (std, tuple(tuple(entry_text(d, y1, y2, "") for y1, y2, d in lst) for lst in runs))
         groups.setdefault(key, []).append((name, runs, tl, country_code(name)))
 
     sections = []
@@ -561,13 +613,16 @@ def generate():
         "# then the daylight abbreviation.  Numeric tz abbreviations (\"+03\") become the",
         "# country code + \"T\" (standard) or + \"ST\" (daylight), or \"GMT\" without a country.",
         "# Rule sets that would get the same zone name are told apart by the country code",
-        "# of their preferred zone, then a letter, after both abbreviations (CETRS-1CESTRS).",
+        "# of their preferred zone, then a letter, after both abbreviations (EETBG-2EESTBG).",
         "# \"name\" is the preferred tz name: a well-known principal zone, then zones of",
         "# zone1970.tab (those standing for more countries first), then zone.tab, then",
         "# other names; the comment above each section lists the other tz names it covers.",
         "# Entries: minute hour day month year weekday ABBRadjust; the time is the wall",
         "# clock after the change; weekday = first such day on or after the day, 0-6 = on",
-        "# the day itself; begin is the year's first change, end its second.",
+        "# the day itself; begin is the year's first change, end its second.  The first",
+        "# entry whose years hold a year is taken: a zone with many irregular years lists",
+        "# those first and its usual rule last, over the whole span.  Hour 24 on 31 December",
+        "# is a change that never comes within the year.",
         "",
     ]
     covered = 0
@@ -583,11 +638,12 @@ def generate():
         country = iso.get(cc) if cc else None
         if country:
             out.append("country = %s" % country)
-        for i, (y1, y2, b, e) in enumerate(runs, 1):
-            ab = da if b["adjust"] != std and da else sa
-            ae = da if e["adjust"] != std and da else sa
-            out.append("begin%s = %s" % (chr(48 + i), entry_text(b, y1, y2, ab)))
-            out.append("end%s = %s" % (chr(48 + i), entry_text(e, y1, y2, ae)))
+        for i in range(max(len(runs[0]), len(runs[1]))):
+            for word, lst in (("begin", runs[0]), ("end", runs[1])):
+                if i < len(lst):
+                    y1, y2, d = lst[i]
+                    abbr = da if d["adjust"] != std and da else sa
+                    out.append("%s%s = %s" % (word, chr(49 + i), entry_text(d, y1, y2, abbr)))
         out.append("")
     out.append("# Left out (the entry format cannot express them), by reason:")
     by_reason = {}

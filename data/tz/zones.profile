@@ -6,13 +6,16 @@
 # then the daylight abbreviation.  Numeric tz abbreviations ("+03") become the
 # country code + "T" (standard) or + "ST" (daylight), or "GMT" without a country.
 # Rule sets that would get the same zone name are told apart by the country code
-# of their preferred zone, then a letter, after both abbreviations (CETRS-1CESTRS).
+# of their preferred zone, then a letter, after both abbreviations (EETBG-2EESTBG).
 # "name" is the preferred tz name: a well-known principal zone, then zones of
 # zone1970.tab (those standing for more countries first), then zone.tab, then
 # other names; the comment above each section lists the other tz names it covers.
 # Entries: minute hour day month year weekday ABBRadjust; the time is the wall
 # clock after the change; weekday = first such day on or after the day, 0-6 = on
-# the day itself; begin is the year's first change, end its second.
+# the day itself; begin is the year's first change, end its second.  The first
+# entry whose years hold a year is taken: a zone with many irregular years lists
+# those first and its usual rule last, over the whole span.  Hour 24 on 31 December
+# is a change that never comes within the year.
 
 [GMT-14]
 name = Etc/GMT-14
@@ -56,6 +59,31 @@ begin2 = 45 2 15 3 2007 0 NZT-12:45
 end2 = 45 3 24 9 2007 0 NZST-13:45
 begin3 = 45 2 1 4 2008-2037 0 NZT-12:45
 end3 = 45 3 24 9 2008-2037 0 NZST-13:45
+
+[FJT-12FJST]
+name = Pacific/Fiji
+country = Fiji
+begin1 = 0 3 1 11 1998 0 FJST-13
+end1 = 0 24 31 12 1998 0-6 FJT-12
+begin2 = 0 2 22 2 1999 0 FJT-12
+end2 = 0 3 1 11 1999 0 FJST-13
+begin3 = 0 0 1 1 2000 0-6 FJST-13
+end3 = 0 2 22 2 2000 0 FJT-12
+begin4 = 0 3 24 11 2009 0 FJST-13
+end4 = 0 24 31 12 2009 0-6 FJT-12
+begin5 = 0 2 22 3 2010 0 FJT-12
+end5 = 0 3 21 10 2010-2013 0 FJST-13
+begin6 = 0 2 1 3 2011 0 FJT-12
+end6 = 0 3 1 11 2014-2018 0 FJST-13
+begin7 = 0 2 16 1 2012-2013 0 FJT-12
+end7 = 0 3 8 11 2019 0 FJST-13
+begin8 = 0 1 15 1 2014 0 FJT-12
+end8 = 0 3 15 12 2020 0 FJST-13
+begin9 = 0 2 12 1 2015-2020 0 FJT-12
+end9 = 0 2 15 1 2021 0 FJT-12
+begin: = 0 0 1 1 2021 0-6 FJST-13
+end: = 0 0 1 1 1991-2037 0-6 FJT-12
+begin; = 0 0 1 1 1991-2037 0-6 FJT-12
 
 # also: Pacific/Nauru Pacific/Funafuti Pacific/Majuro Pacific/Wake Pacific/Wallis Etc/GMT-12
 [KIT-12]
@@ -443,6 +471,32 @@ end3 = 0 1 25 3 2009 0 MUT-4
 begin4 = 0 0 1 1 2010-2037 0-6 MUT-4
 end4 = 0 0 1 1 2010-2037 0-6 MUT-4
 
+# also: Iran
+[IRT-3:30IRST]
+name = Asia/Tehran
+country = Iran
+begin1 = 0 1 1 5 1991 5 IRST-4:30
+end1 = 0 23 15 9 1996 5 IRT-3:30
+begin2 = 0 1 15 3 1996 4 IRST-4:30
+end2 = 0 23 15 9 2000 3 IRT-3:30
+begin3 = 0 1 15 3 2000 2 IRST-4:30
+end3 = 0 23 15 9 2004 1 IRT-3:30
+begin4 = 0 1 15 3 2004 0 IRST-4:30
+end4 = 0 0 1 1 2006-2007 0-6 IRT-3:30
+begin5 = 0 0 1 1 2006-2007 0-6 IRT-3:30
+end5 = 0 23 15 9 2008 6 IRT-3:30
+begin6 = 0 1 15 3 2008 5 IRST-4:30
+end6 = 0 23 15 9 2012 4 IRT-3:30
+begin7 = 0 1 15 3 2012 3 IRST-4:30
+end7 = 0 23 15 9 2016 2 IRT-3:30
+begin8 = 0 1 15 3 2016 1 IRST-4:30
+end8 = 0 23 15 9 2020 0 IRT-3:30
+begin9 = 0 1 15 3 2020 6 IRST-4:30
+end9 = 0 0 1 1 2023-2037 0-6 IRT-3:30
+begin: = 0 0 1 1 2023-2037 0-6 IRT-3:30
+end: = 0 23 21 9 1991-2022 0-6 IRT-3:30
+begin; = 0 1 22 3 1992-2022 0-6 IRST-4:30
+
 # also: Asia/Riyadh Asia/Qatar Africa/Addis_Ababa Africa/Asmara Africa/Dar_es_Salaam Africa/Djibouti
 #   Africa/Kampala Africa/Mogadishu Antarctica/Syowa Asia/Aden Asia/Bahrain Asia/Kuwait
 #   Indian/Antananarivo Indian/Comoro Indian/Mayotte Africa/Asmera Etc/GMT-3
@@ -660,7 +714,35 @@ country = Brazil
 begin1 = 0 0 1 1 1991-2037 0-6 BRT3
 end1 = 0 0 1 1 1991-2037 0-6 BRT3
 
+# also: Brazil/East
 [BRT3BRST]
+name = America/Sao_Paulo
+country = Brazil
+begin1 = 0 23 8 2 1992 6 BRT3
+end1 = 0 1 22 10 1992 0 BRST2
+begin2 = 0 23 25 1 1993 6 BRT3
+end2 = 0 1 6 10 1996-1997 0-6 BRST2
+begin3 = 0 23 8 2 1996 6 BRT3
+end3 = 0 1 8 10 1998 0 BRST2
+begin4 = 0 23 22 2 1998 6 BRT3
+end4 = 0 1 2 10 1999-2000 0 BRST2
+begin5 = 0 23 22 2 2000 6 BRT3
+end5 = 0 1 1 11 2002 0 BRST2
+begin6 = 0 23 22 2 2007 6 BRT3
+end6 = 0 1 1 11 2004 2 BRST2
+begin7 = 0 23 22 2 2012 6 BRT3
+end7 = 0 1 1 11 2006 0 BRST2
+begin8 = 0 23 15 2 2015 6 BRT3
+end8 = 0 1 15 10 2012 0 BRST2
+begin9 = 0 0 1 1 2019 0-6 BRST2
+end9 = 0 1 1 11 2018 0 BRST2
+begin: = 0 0 1 1 2020-2037 0-6 BRT3
+end: = 0 23 15 2 2019 6 BRT3
+begin; = 0 23 14 2 1991-2018 6 BRT3
+end; = 0 0 1 1 2020-2037 0-6 BRT3
+end< = 0 1 14 10 1991-2017 0 BRST2
+
+[BRTBR3BRSTBR]
 name = America/Araguaina
 country = Brazil
 begin1 = 0 0 1 1 1991-1994 0-6 BRT3
@@ -687,6 +769,31 @@ begin; = 0 0 1 1 2013 0-6 BRST2
 end; = 0 23 15 2 2013 6 BRT3
 begin< = 0 0 1 1 2014-2037 0-6 BRT3
 end< = 0 0 1 1 2014-2037 0-6 BRT3
+
+[BRTBRA3BRSTBRA]
+name = America/Bahia
+country = Brazil
+begin1 = 0 23 8 2 1992 6 BRT3
+end1 = 0 1 19 10 1991-1992 0 BRST2
+begin2 = 0 23 25 1 1993 6 BRT3
+end2 = 0 1 6 10 1996-1997 0-6 BRST2
+begin3 = 0 23 8 2 1996 6 BRT3
+end3 = 0 1 2 10 1999-2000 0 BRST2
+begin4 = 0 23 22 2 1998 6 BRT3
+end4 = 0 1 1 11 2002 0 BRST2
+begin5 = 0 23 22 2 2000 6 BRT3
+end5 = 0 23 15 2 2003 6 BRT3
+begin6 = 0 0 1 1 2003 0-6 BRST2
+end6 = 0 0 1 1 2004-2010 0-6 BRT3
+begin7 = 0 0 1 1 2004-2010 0-6 BRT3
+end7 = 0 24 31 12 2011 0-6 BRT3
+begin8 = 0 1 15 10 2011 0 BRST2
+end8 = 0 23 22 2 2012 6 BRT3
+begin9 = 0 0 1 1 2012 0-6 BRST2
+end9 = 0 0 1 1 2013-2037 0-6 BRT3
+begin: = 0 0 1 1 2013-2037 0-6 BRT3
+end: = 0 1 11 10 1993-2001 0 BRST2
+begin; = 0 23 15 2 1991-2002 6 BRT3
 
 [PMT3PMST]
 name = America/Miquelon
@@ -748,8 +855,35 @@ end2 = 0 1 25 10 1993-2006 0 AST4
 begin3 = 0 3 8 3 2007-2037 0 ADT3
 end3 = 0 1 1 11 2007-2037 0 AST4
 
-# also: Brazil/West
 [BRT4BRST]
+name = America/Campo_Grande
+country = Brazil
+begin1 = 0 23 8 2 1992 6 BRT4
+end1 = 0 1 22 10 1992 0 BRST3
+begin2 = 0 23 25 1 1993 6 BRT4
+end2 = 0 1 6 10 1996-1997 0-6 BRST3
+begin3 = 0 23 8 2 1996 6 BRT4
+end3 = 0 1 8 10 1998 0 BRST3
+begin4 = 0 23 22 2 1998 6 BRT4
+end4 = 0 1 2 10 1999-2000 0 BRST3
+begin5 = 0 23 22 2 2000 6 BRT4
+end5 = 0 1 1 11 2002 0 BRST3
+begin6 = 0 23 22 2 2007 6 BRT4
+end6 = 0 1 1 11 2004 2 BRST3
+begin7 = 0 23 22 2 2012 6 BRT4
+end7 = 0 1 1 11 2006 0 BRST3
+begin8 = 0 23 15 2 2015 6 BRT4
+end8 = 0 1 15 10 2012 0 BRST3
+begin9 = 0 0 1 1 2019 0-6 BRST3
+end9 = 0 1 1 11 2018 0 BRST3
+begin: = 0 0 1 1 2020-2037 0-6 BRT4
+end: = 0 23 15 2 2019 6 BRT4
+begin; = 0 23 14 2 1991-2018 6 BRT4
+end; = 0 0 1 1 2020-2037 0-6 BRT4
+end< = 0 1 14 10 1991-2017 0 BRST3
+
+# also: Brazil/West
+[BRTBR4BRSTBR]
 name = America/Manaus
 country = Brazil
 begin1 = 0 0 1 1 1991-1992 0-6 BRT4
@@ -760,6 +894,29 @@ begin3 = 0 0 1 1 1994 0-6 BRST3
 end3 = 0 23 15 2 1994 6 BRT4
 begin4 = 0 0 1 1 1995-2037 0-6 BRT4
 end4 = 0 0 1 1 1995-2037 0-6 BRT4
+
+# also: Chile/Continental
+[CLT4CLST]
+name = America/Santiago
+country = Chile
+begin1 = 0 23 25 3 1997 6 CLT4
+end1 = 0 1 22 9 1998 0 CLST3
+begin2 = 0 23 1 4 1999 6 CLT4
+end2 = 0 1 15 8 2011 0 CLST3
+begin3 = 0 23 25 3 2008 6 CLT4
+end3 = 0 1 2 9 2012-2014 0 CLST3
+begin4 = 0 23 1 4 2010 6 CLT4
+end4 = 0 24 31 12 2015 0-6 CLT4
+begin5 = 0 23 1 5 2011 6 CLT4
+end5 = 0 1 8 8 2016-2018 0 CLST3
+begin6 = 0 23 22 4 2012-2014 6 CLT4
+end6 = 0 1 5 9 2019-2022 0 CLST3
+begin7 = 0 0 1 1 2015 0-6 CLST3
+end7 = 0 1 2 9 2023-2037 0 CLST3
+begin8 = 0 23 8 5 2016-2018 6 CLT4
+end8 = 0 1 9 10 1991-2010 0 CLST3
+begin9 = 0 23 1 4 2019-2037 6 CLT4
+begin: = 0 23 8 3 1991-2009 6 CLT4
 
 [COT5COST]
 name = America/Bogota
@@ -871,6 +1028,29 @@ begin2 = 0 1 1 1 1994 6 PEST4
 end2 = 0 23 25 3 1994 4 PET5
 begin3 = 0 0 1 1 1995-2037 0-6 PET5
 end3 = 0 0 1 1 1995-2037 0-6 PET5
+
+# also: Chile/EasterIsland
+[CLT6CLST]
+name = Pacific/Easter
+country = Chile
+begin1 = 0 21 25 3 1997 6 CLT6
+end1 = 0 23 22 9 1998 6 CLST5
+begin2 = 0 21 1 4 1999 6 CLT6
+end2 = 0 23 15 8 2011 6 CLST5
+begin3 = 0 21 25 3 2008 6 CLT6
+end3 = 0 23 1 9 2012-2014 6 CLST5
+begin4 = 0 21 1 4 2010 6 CLT6
+end4 = 0 24 31 12 2015 0-6 CLT6
+begin5 = 0 21 1 5 2011 6 CLT6
+end5 = 0 23 8 8 2016-2018 6 CLST5
+begin6 = 0 21 22 4 2012-2014 6 CLT6
+end6 = 0 23 4 9 2019-2022 6 CLST5
+begin7 = 0 0 1 1 2015 0-6 CLST5
+end7 = 0 23 1 9 2023-2037 6 CLST5
+begin8 = 0 21 8 5 2016-2018 6 CLT6
+end8 = 0 23 8 10 1991-2010 6 CLST5
+begin9 = 0 21 1 4 2019-2037 6 CLT6
+begin: = 0 21 8 3 1991-2009 6 CLT6
 
 # also: America/El_Salvador America/Regina America/Swift_Current Canada/Saskatchewan Etc/GMT+6
 [CST6]
@@ -1123,14 +1303,9 @@ end1 = 0 0 1 1 1991-2037 0-6 GMT12
 # more than two changes in a year: Africa/Cairo(2010) Africa/Casablanca(2012) Africa/El_Aaiun(2012)
 #   America/Boa_Vista(2000) America/Fortaleza(2000) America/Maceio(2000) America/Noronha(2000)
 #   America/Recife(2000) Asia/Hebron(2011) Brazil/DeNoronha(2000) Egypt(2010)
-# needs 14 entries, at most 12 can be read: America/Bahia America/Santiago Chile/Continental
-#   Chile/EasterIsland Pacific/Easter
-# needs 15 entries, at most 12 can be read: Pacific/Fiji
-# needs 18 entries, at most 12 can be read: Asia/Tehran Iran
-# needs 20 entries, at most 12 can be read: America/Campo_Grande America/Cuiaba America/Sao_Paulo
-#   Brazil/East
-# needs 23 entries, at most 12 can be read: Asia/Jerusalem Asia/Tel_Aviv Israel
-# needs 30 entries, at most 12 can be read: Asia/Gaza
+# needs 13 entries, at most 12 can be read: America/Cuiaba
+# needs 20 entries, at most 12 can be read: Asia/Jerusalem Asia/Tel_Aviv Israel
+# needs 24 entries, at most 12 can be read: Asia/Gaza
 # standard offset changes within a year: Africa/Juba(2000) Africa/Khartoum(2000)
 #   Africa/Sao_Tome(2018) Africa/Tripoli(1996) America/Argentina/San_Luis(1991)
 #   America/Caracas(2007) America/Danmarkshavn(1996) America/Eirunepe(2008)
