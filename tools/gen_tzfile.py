@@ -180,8 +180,8 @@ def wall_date(minute):
 
 
 def year_plan(tl):
-    """Per year: (state at the year's start, [changes]); a change is
-    (utc minute, adjust before, adjust after, dst before, dst after)."""
+    """Per year: the changes whose wall-clock time after the change falls in
+    it, each (utc minute, adjust before, adjust after, dst before, dst after)."""
     years = {y: [] for y in range(FIRST_YEAR, LAST_YEAR + 1)}
     for prev, cur in zip(tl, tl[1:]):
         after = wall_date(cur[0] - cur[1])
@@ -194,7 +194,7 @@ def abbreviations(tl, country):
     """(standard, daylight or None) abbreviations: the latest of each kind,
     upper-cased when alphabetic, else made of the country code + T / ST."""
     std = next((x[3] for x in reversed(tl) if not x[2]), None)
-    dst = next((x[3] for x in reversed(tl) if x[2] and x[0] >= 0), None)
+    dst = next((x[3] for x in reversed(tl) if x[2]), None)
     prefix = country or "GMT"
 
     def fix(a, daylight):
@@ -215,7 +215,7 @@ def format_adjust(adj):
 
 # ---------------------------------------------------------------- entries
 
-def change_desc(minute, adjust, month_day_ok=True):
+def change_desc(minute, adjust):
     """Candidate descriptions of a change at wall-clock minute (after it)."""
     w = wall_date(minute)
     d, m = w.day, w.month
@@ -232,7 +232,7 @@ def sentinel(month, day, time, adjust):
     return {"time": time, "month": month, "adjust": adjust, "wd": None, "fix": day}
 
 
-def year_entries(year, changes, start, std_name):
+def year_entries(year, changes, start):
     """(begin, end) descriptions for one year, or raise Unexpressible."""
     for c in changes:
         if c[3] == c[4]:
@@ -338,7 +338,7 @@ def build(name):
     plan = year_plan(tl)
     years = []
     for year in range(FIRST_YEAR, LAST_YEAR + 1):
-        b, e = year_entries(year, plan[year], wall_state(tl, year), name)
+        b, e = year_entries(year, plan[year], wall_state(tl, year))
         years.append((year, (b, e)))
     joint = []
     for y1, y2, (b, e) in merge_years_pairs(years):
