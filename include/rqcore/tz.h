@@ -133,8 +133,8 @@ RQ_API U32 DX_TZRulesCreateFromList(HLIST *rules, HLIST list) RQ_NOEXCEPT;
 RQ_API U32 DX_TZRulesDestroy(HLIST *rules) RQ_NOEXCEPT;
 /* The same for a bare list of zone rules. */
 RQ_API U32 DX_TZRulesListDestroy(HLIST *list) RQ_NOEXCEPT;
-/* Adds a copy of the rule under zoneName (cut to 19 characters); a name
- * already present: 0x15001 and the caller's rule stays as it was.  On
+/* Adds a copy of the rule under zoneName (cut to 19 characters; null:
+ * 0x1570A); a name already present: 0x15001 and the caller's rule stays as it was.  On
  * success the rule's entry lists belong to the set and the rule record is
  * freed: the caller's pointer must not be used again. */
 RQ_API U32 DX_TZAddTZRule(HLIST rules, const char *zoneName, DX_TZRULE *rule) RQ_NOEXCEPT;

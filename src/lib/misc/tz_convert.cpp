@@ -6,9 +6,9 @@
 // taken to be one hour whatever the two adjusts; the entries' times are
 // wall-clock times after each change; a year is decided by the wall-clock
 // date.  Conversions go through the zone's year table (tz_internal.h), so a
-// repeated conversion costs a hash look-up and two comparisons;
-// GetTypeAndAdjust walks the same steps through the date functions and is
-// the reference the table is checked against.
+// repeated conversion costs a hash look-up and two comparisons.
+// GetTypeAndAdjust walks the same steps the long way, through the date
+// functions (DX_DateOffsetFar, DX_DateCompare) and without the table.
 
 #define RQ_SOURCE_TAG "src/lib/core/lib/misc/tz_convert"
 #include "internal/rq_mem.h"

@@ -140,7 +140,7 @@ U32 FromEntryToDate(const DX_TZENTRY &entry, DX_DATE *date) noexcept;
 U32 FindInterval(HLIST rules, const char *zoneName, U16 year, Interval *interval) noexcept;
 U32 zoneInterval(const Zone &zone, U16 year, Interval *interval) noexcept;
 // The type in force at wall-clock minutes t, as the steps of the rules say,
-// through the date functions (no cache); the reference for typeAt.
+// through the date functions and without the year table.
 U32 GetTypeAndAdjust(HLIST rules, const char *zoneName, U32 t, U32 *type, S16 *daylight, S16 *standard) noexcept;
 // The same through the zone's year table.
 U32 typeAt(const Zone &zone, U32 t, U32 *type, S16 *daylight, S16 *standard) noexcept;

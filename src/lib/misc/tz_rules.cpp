@@ -247,7 +247,7 @@ RQ_API U32 DX_TZDestroyTZRule(DX_TZRULE **rule) noexcept
 
 RQ_API U32 DX_TZAddTZRule(HLIST rules, const char *zoneName, DX_TZRULE *rule) noexcept
 {
-    if (rule == nullptr)
+    if (rule == nullptr || zoneName == nullptr)
         return DX_TZ_ERR_NULL;
     {
         SetLock set(rules);

@@ -1,0 +1,15 @@
+# comment
+[EST5EDT]
+name = America/New_York
+begin1 = 0 2 1-7 4 1991-2006 0 EDT4
+begin2 = 0 3 8-14 3 2007-2037 0 EDT4
+end1 = 0 1 25-31 10 1991-2006 0 EST5
+end2 = 0 1 1-7 11 2007-2037 0 EST5
+[AEST-10AEDT]
+begin1 = 0 2 1-7 4 2008-2037 0 AEST-10
+end1 = 0 3 1-7 10 2008-2037 0 AEDT-11
+[IST-5:30]
+begin1 = 0 0 1 1 1991-2037 0-6 IST-5:30
+end1 = 0 0 1 1 1991-2037 0-6 IST-5:30
+[X]
+begin1 = 0 3 0 3 2005 0 CEST-2
