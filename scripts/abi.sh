@@ -30,7 +30,9 @@ trap 'rm -rf "$tmp"' EXIT
 # from which line numbers it was built.
 dump() {  # <library> <headers-dir> <output>
     abidw --headers-dir "$2" --drop-private-types --no-show-locs --no-comp-dir-path --no-corpus-path \
-        --out-file "$3" "$1"
+        --out-file "$3.tmp" "$1"
+    # Translation units are named by their path inside the repository.
+    sed "s|path='$root/|path='|" "$3.tmp" >"$3"
 }
 
 arch_of() {
