@@ -96,7 +96,7 @@ if(RQ_BUILD_TESTS AND NOT RQ_SANITIZE AND NOT RQ_BUILD_FUZZ)
     endif()
     add_test(NAME install.consumer
         COMMAND bash "${PROJECT_SOURCE_DIR}/tests/install/consumer.sh"
-            "${PROJECT_BINARY_DIR}" "${PROJECT_BINARY_DIR}/install-check" "${CMAKE_C_COMPILER}" "${RQ_CONSUMER_CFLAGS}")
+            "${PROJECT_BINARY_DIR}" "${CMAKE_C_COMPILER}" "${RQ_CONSUMER_CFLAGS}")
     set_tests_properties(install.consumer PROPERTIES TIMEOUT 300)
     # The ABI baseline is read from debug information.
     if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")

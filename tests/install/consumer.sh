@@ -4,20 +4,19 @@
 # pointing back into the source or build tree, and a program outside the
 # tree that builds through pkg-config and through find_package and runs.
 #
-# Usage: consumer.sh <build-dir> <scratch-dir> <c-compiler> [<cflags>]
+# Usage: consumer.sh <build-dir> <c-compiler> [<cflags>]
+# The scratch prefix is a temporary directory outside both trees, removed
+# when the check passes and kept (its path printed) when it fails.
 set -euo pipefail
 build=$(cd "$1" && pwd)
-work=$2
-cc=$3
-cflags=${4:-}
+cc=$2
+cflags=${3:-}
 here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../.." && pwd)
 
-fail() { echo "consumer check: $*" >&2; exit 1; }
-
-rm -rf "$work"
-mkdir -p "$work/src"
-work=$(cd "$work" && pwd)
+work=$(mktemp -d "${TMPDIR:-/tmp}/rqcore-consumer.XXXXXX")
+fail() { echo "consumer check: $* (files kept in $work)" >&2; exit 1; }
+mkdir "$work/src"
 prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >"$work/install.log" || { cat "$work/install.log"; fail "install failed"; }
 
@@ -75,4 +74,5 @@ check_output find_package "$work/cmake/consumer" "$prefix/share/rqcore"
 if [ -x "$prefix/bin/rqcore_demo" ]; then
     env -u LD_LIBRARY_PATH "$prefix/bin/rqcore_demo" >"$work/demo.log" 2>&1 || { cat "$work/demo.log"; fail "installed demo failed"; }
 fi
+rm -rf "$work"
 echo "consumer check: installed, built with pkg-config and find_package, ran"
