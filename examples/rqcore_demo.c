@@ -11,12 +11,44 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #ifndef RQ_DATA_DIR
 #define RQ_DATA_DIR "data"
 #endif
 
+/* Installed, the data sits at this path from the program's own directory
+ * (bin/../share/rqcore); in the build tree it is RQ_DATA_DIR. */
+#ifndef RQ_INSTALLED_DATA_DIR
+#define RQ_INSTALLED_DATA_DIR "../share/rqcore"
+#endif
+
 #define REPLY_BOUNDARY_SIZE 25
+
+static char dataDir[4096] = RQ_DATA_DIR;
+static char charmapDir[4096 + 16];
+
+/* Prefers the data installed beside the program, so that an installed demo
+ * does not depend on the tree it was built in. */
+static void findDataDir(void)
+{
+    char exe[4096];
+    char installed[4096 + 64];
+    ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+    char *slash;
+    if (n > 0) {
+        exe[n] = '\0';
+        slash = strrchr(exe, '/');
+        if (slash != NULL) {
+            *slash = '\0';
+            int length = snprintf(installed, sizeof installed, "%s/%s/charmaps/charmap.config", exe, RQ_INSTALLED_DATA_DIR);
+            if (length > 0 && (size_t)length < sizeof installed && access(installed, R_OK) == 0
+                && snprintf(dataDir, sizeof dataDir, "%s/%s", exe, RQ_INSTALLED_DATA_DIR) >= (int)sizeof dataDir)
+                strcpy(dataDir, RQ_DATA_DIR);
+        }
+    }
+    snprintf(charmapDir, sizeof charmapDir, "%s/charmaps", dataDir);
+}
 
 static char *readWholeFile(const char *path, U32 *size)
 {
@@ -89,9 +121,9 @@ static char *calendarToUtf8(const char *calendar, const char *charset)
     UNICODE_CONVERTER *out = NULL;
     char *utf8 = NULL;
     const char *end = NULL;
-    U32 status = UNICODE_AutoConverterCreate(0, &in, RQ_DATA_DIR "/charmaps", charset);
+    U32 status = UNICODE_AutoConverterCreate(0, &in, charmapDir, charset);
     if (status == 0)
-        status = UNICODE_AutoConverterCreate(0, &out, RQ_DATA_DIR "/charmaps", "UTF-8");
+        status = UNICODE_AutoConverterCreate(0, &out, charmapDir, "UTF-8");
     if (status == 0)
         status = UNICODE_FullyAutoConvert(0, 0, in, calendar, out, &utf8, &end);
     if (status != 0)
@@ -161,7 +193,8 @@ static U32 writeReply(MIME_CONTEXT *ctx, STREAM *out, const char *to, const char
 
 int main(int argc, char **argv)
 {
-    const char *path = argc > 1 ? argv[1] : RQ_DATA_DIR "/samples/invite.eml";
+    char sample[4096 + 32];
+    const char *path = argc > 1 ? argv[1] : sample;
     MIME_CONTEXT *ctx = NULL;
     MIME_WRAPPER *wrapper = NULL;
     STREAM *in = NULL;
@@ -177,6 +210,8 @@ int main(int argc, char **argv)
     U32 size = 0, calendarLength = 0, found = 0, offset = 0, status, index = 0;
     int rc = 1;
 
+    findDataDir();
+    snprintf(sample, sizeof sample, "%s/samples/invite.eml", dataDir);
     printf("library:%s", GetRqCoreVerID());
     message = readWholeFile(path, &size);
     if (message == NULL) {

@@ -24,5 +24,7 @@ rq_need_packages() {
 # The library, the examples and the x86_64 test suite (the Python test-suite
 # package ships the real-mail corpus that the MIME tests compare against).
 RQ_BASE_PACKAGES=(build-essential cmake g++ googletest binutils pkg-config python3 python3-dateutil unicode-data libpython3.11-testsuite tzdata)
+# The ABI check of the test suite (abidw, abidiff).
+RQ_BASE_PACKAGES+=(abigail-tools)
 # The i386 test suite.
 RQ_I386_PACKAGES=(gcc-multilib g++-multilib)

@@ -273,7 +273,7 @@ TEST(ProfileLists, ListsFromText)
         {str, text, "{}", 0, 0, {""}},
         {str, text, "{a,b,}", 0, 0, {"a", "b", ""}},
         {str, text, "  { a , \"b,c\" , \"q\\\"\" ,d\t}  ", 0, 0, {"a", "b,c", "q\"", "d"}},
-        {str, text, "{" + std::string(160, 'e') + "}", 0, 0, {std::string(150, 'e')}},
+        {str, text, std::string("{").append(160, 'e').append("}"), 0, 0, {std::string(150, 'e')}},  // append: g++ 12 -O3 false -Wrestrict
         {str, text, "{c,a,b}", 0x01, 0, {"a", "b", "c"}},    // sorted list
         {str, text, "{a,a}", 0x04, 0x15001, {}},              // the list's duplicate refusal
         {str, text, "{a} x", 0, 0x1520B, {}},   {str, text, "a,b", 0, 0x1520B, {}},   {str, text, "", 0, 0x1520B, {}},
