@@ -38,7 +38,7 @@ constexpr int kMaxLayoutDepth = 8;
 // A field as read after its "%", with the word's two characters kept so
 // that an unknown word can be handed down.
 struct Field {
-    FormatField spec;
+    FormatField read;
     char word[2] = {0, 0};
 };
 
@@ -47,10 +47,10 @@ struct Field {
 Field readField(const char *&fmt, bool allowStar) noexcept
 {
     Field f;
-    fmt = rq::date::readField(fmt, allowStar, &f.spec);
+    fmt = rq::date::readField(fmt, allowStar, &f.read);
     // A word cut short by the format's end has product 0 and is handed down
     // as a bare "%", which every layer refuses.
-    if (f.spec.product != 0) {
+    if (f.read.product != 0) {
         f.word[0] = fmt[-2];
         f.word[1] = fmt[-1];
     }
@@ -88,7 +88,7 @@ U32 handDown(FormatState &st, const Field &f, Print &&print) noexcept
     U32 rc = print(area, kDownArea, down);
     if (rc != 0)
         return rc;
-    return writeText(st, area, f.spec.widthFor(0));
+    return writeText(st, area, f.read.widthFor(0));
 }
 
 U32 timePrint(char *buffer, U32 size, const char *format, DX_TIME *time, HLIST nls, int depth) noexcept;
@@ -106,7 +106,7 @@ U32 layout(FormatState &st, const Field &f, DX_TIME *time, HLIST nls, const char
     rc = timePrint(area, areaSize, format, time, nls, depth + 1);
     if (rc != 0)
         return rc;
-    return writeText(st, area, f.spec.widthFor(0));
+    return writeText(st, area, f.read.widthFor(0));
 }
 
 // TimeFormatPrint: the time printer's field handler.
@@ -114,13 +114,13 @@ U32 timeField(const char *&fmt, FormatState &st, DX_TIME *time, HLIST nls, int d
 {
     Field f = readField(fmt, true);
     U32 hour = time->seconds / 3600;
-    switch (f.spec.product) {
+    switch (f.read.product) {
     case kAmPm:
-        return writeText(st, hour < 12 ? "AM" : "PM", f.spec.widthFor(2));
+        return writeText(st, hour < 12 ? "AM" : "PM", f.read.widthFor(2));
     case kHour12:
-        return writeNumber(st, hour % 12 == 0 ? 12 : hour % 12, f.spec.widthFor(2));
+        return writeNumber(st, hour % 12 == 0 ? 12 : hour % 12, f.read.widthFor(2));
     case kHour24:
-        return writeNumber(st, hour, f.spec.widthFor(2));
+        return writeNumber(st, hour, f.read.widthFor(2));
     case kMinute:
         return writeTwoDigits(st, time->seconds / 60 % 60);
     case kSecond:
@@ -174,13 +174,13 @@ U32 localField(const char *&fmt, FormatState &st, DX_LOCALTIME *local, HLIST nls
 {
     Field f = readField(fmt, false);
     char text[LTIME_ZONE_NAME_SIZE];
-    switch (f.spec.product) {
+    switch (f.read.product) {
     case kZoneName:
         DX_MemStrnCopy(text, local->zoneName, LTIME_ZONE_NAME_SIZE);
-        return writeText(st, text, f.spec.widthFor(0));
+        return writeText(st, text, f.read.widthFor(0));
     case kZoneAbbrev:
         abbreviation(local, text);
-        return writeText(st, text, f.spec.widthFor(0));
+        return writeText(st, text, f.read.widthFor(0));
     default:
         return handDown(st, f, [&](char *area, U32 size, const char *down) noexcept {
             return DX_TimeFormat(area, size, down, &local->time, nls);
