@@ -1,7 +1,9 @@
 /*
  * rqcore demo: the library's typical request.  A server receives an e-mail
  * invitation with a calendar attachment, reads its structure, decodes the
- * calendar and converts it to UTF-8, checks the sender's address, and writes
+ * calendar and converts it to UTF-8, checks the sender's address, turns the
+ * event's local start time into UTC with the shipped zone file, expands its
+ * recurrence and prints every occurrence in local time and in UTC, and writes
  * a reply that carries the calendar back as a base64 attachment.
  *
  * Usage: rqcore_demo [message-file]   (default: the shipped sample)
@@ -24,6 +26,11 @@
 #endif
 
 #define REPLY_BOUNDARY_SIZE 25
+
+/* Occurrences shown of a rule that has neither COUNT nor UNTIL. */
+#define SHOWN_WITHOUT_END 10
+/* The shipped zone file covers the years up to this one. */
+#define LAST_ZONE_YEAR 2037
 
 static char dataDir[4096] = RQ_DATA_DIR;
 static char charmapDir[4096 + 16];
@@ -133,6 +140,445 @@ static char *calendarToUtf8(const char *calendar, const char *charset)
     if (out != NULL)
         UNICODE_AutoConverterDestroy(0, &out);
     return status == 0 ? utf8 : NULL;
+}
+
+/* ---- The event: its start in UTC and its occurrences ---------------------- */
+
+/* Copies text into a buffer of size bytes, cut to fit and terminated. */
+static void copyText(char *buffer, size_t size, const char *text)
+{
+    size_t length = strlen(text);
+    if (length >= size)
+        length = size - 1;
+    memcpy(buffer, text, length);
+    buffer[length] = '\0';
+}
+
+/* The first content line of the calendar named name ("DTSTART"): its
+ * parameters (between the name and the ':', "TZID=Europe/Paris") and its
+ * value.  A line break followed by a blank continues the line (folding).
+ * Returns 1 when the line is there. */
+static int calendarLine(const char *text, const char *name, char *params, size_t paramsSize, char *value,
+                        size_t valueSize)
+{
+    size_t nameLength = strlen(name);
+    const char *line = text;
+    while (line != NULL && *line != '\0') {
+        if (strncmp(line, name, nameLength) == 0 && (line[nameLength] == ';' || line[nameLength] == ':')) {
+            char logical[1024];
+            size_t n = 0;
+            const char *p;
+            char *colon;
+            for (p = line + nameLength; *p != '\0' && n + 1 < sizeof logical; ++p) {
+                if (*p == '\r' || *p == '\n') {
+                    const char *next = p + (p[0] == '\r' && p[1] == '\n' ? 2 : 1);
+                    if (*next != ' ' && *next != '\t')
+                        break;
+                    p = next; /* the loop's ++p drops the blank */
+                    continue;
+                }
+                logical[n++] = *p;
+            }
+            logical[n] = '\0';
+            colon = strchr(logical, ':');
+            if (colon == NULL)
+                return 0;
+            *colon = '\0';
+            copyText(params, paramsSize, logical[0] == ';' ? logical + 1 : logical);
+            copyText(value, valueSize, colon + 1);
+            return 1;
+        }
+        line = strchr(line, '\n');
+        if (line != NULL)
+            ++line;
+    }
+    return 0;
+}
+
+/* "20261124T090000" (or a date alone, "20261124") into a time; *utc tells a
+ * trailing "Z".  Returns 0 on success. */
+static int parseDateTime(const char *text, DX_TIME *time, int *utc)
+{
+    unsigned year, month, day, hour = 0, minute = 0, second = 0;
+    int used = 0;
+    DX_DATE date;
+    memset(&date, 0, sizeof date);
+    if (sscanf(text, "%4u%2u%2u%n", &year, &month, &day, &used) != 3 || used != 8)
+        return -1;
+    *utc = 0;
+    if (text[8] == 'T') {
+        if (sscanf(text + 9, "%2u%2u%2u%n", &hour, &minute, &second, &used) != 3 || used != 6)
+            return -1;
+        *utc = text[15] == 'Z';
+    }
+    if (month < 1 || month > 12 || DX_DateSet(&date, (U16)day, (U16)(month - 1), (U16)year) != 0)
+        return -1;
+    return DX_TimeSet(time, &date, (U16)hour, (U16)minute, (U16)second) == 0 ? 0 : -1;
+}
+
+/* Whether the line (up to its line break) holds tzName as a whole word. */
+static int listsName(const char *line, const char *tzName)
+{
+    size_t length = strlen(tzName);
+    const char *end = strchr(line, '\n');
+    const char *p = line;
+    if (end == NULL)
+        end = line + strlen(line);
+    while ((p = strstr(p, tzName)) != NULL && p + length <= end) {
+        if ((p == line || p[-1] == ' ') && (p[length] == ' ' || p[length] == '\r' || p[length] == '\n'
+                                            || p[length] == '\0'))
+            return 1;
+        p += length;
+    }
+    return 0;
+}
+
+/* The zone (the zone file's section name, "CET-1CEST") of a tz name such as
+ * "Europe/Paris".  Each section's "name" holds the tz name a user looks for
+ * first; the others that share its rules are listed in the comment above
+ * the section ("# also: Europe/Berlin ..."), which the rule set does not
+ * keep, so they are looked up in the file's text.  Returns 1 when found. */
+static int findZone(HLIST rules, const char *zoneFile, const char *tzName, char *zone, U32 zoneSize)
+{
+    char name[DX_TZ_NAME_SIZE];
+    U32 mode = DX_TZ_ENUM_FIRST, atEnd = 0, size = 0;
+    char *text, *line;
+    int listed = 0, found = 0;
+
+    while (DX_TZEnum(rules, mode, zone, zoneSize, name, sizeof name, NULL, 0, &atEnd) == 0 && !atEnd) {
+        if (strcmp(name, tzName) == 0)
+            return 1;
+        mode = DX_TZ_ENUM_NEXT;
+    }
+    text = readWholeFile(zoneFile, &size);
+    for (line = text; line != NULL && *line != '\0' && !found; line = strchr(line, '\n'), line += line != NULL) {
+        if (*line == '#') {
+            listed = listed || listsName(line, tzName);
+        } else if (*line == '[' && listed) {
+            const char *close = strchr(line, ']');
+            found = close != NULL && (U32)(close - line - 1) < zoneSize;
+            if (found)
+                snprintf(zone, zoneSize, "%.*s", (int)(close - line - 1), line + 1);
+        } else {
+            listed = 0;
+        }
+    }
+    free(text);
+    return found;
+}
+
+/* A day of week from its two-letter RRULE name (SU = 0 .. SA = 6), or -1. */
+static int weekdayCode(const char *text)
+{
+    static const char names[] = "SUMOTUWETHFRSA";
+    int day;
+    for (day = 0; day < 7; ++day)
+        if (text[0] == names[2 * day] && text[1] == names[2 * day + 1])
+            return day;
+    return -1;
+}
+
+/* A recurrence rule as the recurrence kinds can take it. */
+typedef struct EVENT_RULE {
+    DX_RECUR recur;     /* kind, interval, first and last date, days */
+    DX_DATE first;      /* DTSTART's date: the recurrence's anchor can be earlier */
+    U32 count;          /* COUNT, or 0 */
+    int hasUntil;
+    DX_TIME until;      /* UNTIL, in UTC when untilUtc */
+    int untilUtc;
+    const char *problem; /* why the rule cannot be expressed, or NULL */
+} EVENT_RULE;
+
+/* Adds the 2-byte code to the days list, creating it on first use. */
+static int addDay(HLIST *days, U16 code)
+{
+    if (*days == 0 && DX_DateListOfWeekDaysCreate(days, 0) != 0)
+        return -1;
+    return DX_ListAddLast(*days, &code, NULL) == 0 ? 0 : -1;
+}
+
+/* Reads "FREQ=WEEKLY;COUNT=4;BYDAY=TU" into rule, whose first date is set.
+ * Returns 0, or -1 with rule->problem saying what cannot be expressed. */
+static int parseRule(const char *text, EVENT_RULE *rule)
+{
+    char copy[512];
+    char byDay[128] = "", byMonthDay[128] = "";
+    char *part, *save = NULL;
+    const char *freq = "";
+    U16 startDow = 0;
+    int weekStart = 1; /* WKST, Monday unless told */
+
+    copyText(copy, sizeof copy, text);
+    rule->recur.interval = 1;
+    for (part = strtok_r(copy, ";", &save); part != NULL; part = strtok_r(NULL, ";", &save)) {
+        char *value = strchr(part, '=');
+        if (value == NULL)
+            continue;
+        *value++ = '\0';
+        if (strcmp(part, "FREQ") == 0)
+            freq = value;
+        else if (strcmp(part, "INTERVAL") == 0)
+            rule->recur.interval = (U16)(atoi(value) > 0 && atoi(value) < 1000 ? atoi(value) : 1);
+        else if (strcmp(part, "COUNT") == 0)
+            rule->count = (U32)(atoi(value) > 0 ? atoi(value) : 1);
+        else if (strcmp(part, "UNTIL") == 0)
+            rule->hasUntil = parseDateTime(value, &rule->until, &rule->untilUtc) == 0;
+        else if (strcmp(part, "BYDAY") == 0)
+            copyText(byDay, sizeof byDay, value);
+        else if (strcmp(part, "BYMONTHDAY") == 0)
+            copyText(byMonthDay, sizeof byMonthDay, value);
+        else if (strcmp(part, "WKST") == 0 && weekdayCode(value) >= 0)
+            weekStart = weekdayCode(value);
+        else {
+            rule->problem = "a BY part other than BYDAY and BYMONTHDAY";
+            return -1;
+        }
+    }
+    DX_DateGetDayOfWeek(&rule->recur.start, &startDow);
+
+    if (strcmp(freq, "DAILY") == 0 || strcmp(freq, "WEEKLY") == 0) {
+        /* Daily: the days not in BYDAY are excluded weekdays.  Weekly: the
+         * period is the seven days from the anchor, so the anchor goes back
+         * to the start of the rule's week, and dates before DTSTART are
+         * dropped when printing; without BYDAY, the start's day. */
+        int daily = freq[0] == 'D';
+        U16 chosen[7] = {0};
+        char *day, *daySave = NULL;
+        int code;
+        if (byMonthDay[0] != '\0') {
+            rule->problem = "BYMONTHDAY in a daily or weekly rule";
+            return -1;
+        }
+        if (byDay[0] == '\0')
+            chosen[startDow] = 1;
+        for (day = strtok_r(byDay, ",", &daySave); day != NULL; day = strtok_r(NULL, ",", &daySave)) {
+            if ((code = weekdayCode(day)) < 0 || day[2] != '\0') {
+                rule->problem = "a BYDAY with an ordinal in a daily or weekly rule";
+                return -1;
+            }
+            chosen[code] = 1;
+        }
+        rule->recur.kind = daily ? 1 : 2;
+        for (code = 0; code < 7; ++code)
+            if ((daily ? !chosen[code] && byDay[0] != '\0' : chosen[code])
+                && addDay(daily ? &rule->recur.excludedWeekdays : &rule->recur.days, (U16)code) != 0)
+                return -1;
+        if (!daily)
+            DX_DateOffset(&rule->recur.start, (S16)(-((startDow - weekStart + 7) % 7)));
+    } else if (strcmp(freq, "MONTHLY") == 0 && byDay[0] != '\0') {
+        /* Kind 4: code (week * 7 + weekday), week 0..3 for the 1st to 4th
+         * such weekday, 4 for the last; a weekday alone takes every week. */
+        char *day, *daySave = NULL;
+        if (byMonthDay[0] != '\0') {
+            rule->problem = "BYDAY together with BYMONTHDAY";
+            return -1;
+        }
+        rule->recur.kind = 4;
+        for (day = strtok_r(byDay, ",", &daySave); day != NULL; day = strtok_r(NULL, ",", &daySave)) {
+            int ordinal = (int)strtol(day, &day, 10);
+            int code = weekdayCode(day), week;
+            if (code < 0 || day[2] != '\0' || ordinal < -1 || ordinal > 4) {
+                rule->problem = "a BYDAY ordinal other than 1 to 4 and -1";
+                return -1;
+            }
+            for (week = 0; week < 5; ++week)
+                if ((ordinal == 0 || ordinal == week + 1 || (ordinal == -1 && week == 4))
+                    && addDay(&rule->recur.days, (U16)(week * 7 + code)) != 0)
+                    return -1;
+        }
+    } else if (strcmp(freq, "MONTHLY") == 0) {
+        /* Kind 3 counts its month from the anchor's day: anchored on the 1st
+         * its periods are calendar months, and a day a month lacks (the
+         * 31st) is skipped, as the rule wants.  Codes: the day minus one. */
+        char *day, *daySave = NULL;
+        rule->recur.kind = 3;
+        if (byMonthDay[0] == '\0' && addDay(&rule->recur.days, (U16)(rule->recur.start.day - 1)) != 0)
+            return -1;
+        for (day = strtok_r(byMonthDay, ",", &daySave); day != NULL; day = strtok_r(NULL, ",", &daySave)) {
+            int number = atoi(day);
+            if (number < 1 || number > 31) {
+                rule->problem = "a BYMONTHDAY counted from the month's end";
+                return -1;
+            }
+            if (addDay(&rule->recur.days, (U16)(number - 1)) != 0)
+                return -1;
+        }
+        DX_DateSetToFirstDayOfMonth(&rule->recur.start);
+    } else if (strcmp(freq, "YEARLY") == 0 && byDay[0] == '\0' && byMonthDay[0] == '\0') {
+        rule->recur.kind = 5; /* a 29 February start recurs in leap years only, as the rule wants */
+    } else {
+        rule->problem = "this frequency or its BY parts";
+        return -1;
+    }
+    return 0;
+}
+
+/* The abbreviation in force at a UTC time ("CET", "CEST"), from the zone's
+ * rules.  The printers' "%tz" reads it from the zone name instead, and that
+ * gives no text for daylight time where the name's offset has a sign
+ * ("CET-1CEST"), so the demo asks the rules. */
+static void zoneAbbreviation(HLIST rules, const char *zone, DX_TIME *utc, char *abbreviation, U32 size)
+{
+    U32 utcMinutes = 0, localMinutes = 0, type = 0;
+    abbreviation[0] = '\0';
+    if (DX_TimeGetTimeIdInMinutes(utc, &utcMinutes) == 0)
+        DX_TZFromUTCToLocalTime(rules, zone, &localMinutes, &type, utcMinutes, abbreviation, size);
+}
+
+/* Prints the event's start in UTC and each occurrence in local time and in
+ * UTC, through the zone file's rules and the sample catalogs. */
+static void showEvent(const char *calendar)
+{
+    char params[256], value[256], tzName[DX_TZ_NAME_SIZE], zone[DX_TZ_ZONE_SIZE], path[4096 + 64];
+    char local[128], utcText[128], french[128], abbreviation[DX_TZ_ZONE_SIZE];
+    HLIST rules = 0, english = 0, frenchCatalog = 0, dates = 0;
+    DX_LOCALTIME start;
+    DX_TIME startTime, utc, endTime;
+    EVENT_RULE rule;
+    U32 status, type = 0, minutes = 0, startId = 0, endId = 0, shown = 0, limit;
+    U16 hour, minute, second, sequence;
+    int utcStart = 0, utcEnd = 0;
+    DX_DATE date;
+
+    memset(&rule, 0, sizeof rule);
+    if (!calendarLine(calendar, "DTSTART", params, sizeof params, value, sizeof value)
+        || parseDateTime(value, &startTime, &utcStart) != 0) {
+        printf("event: no DTSTART with a date and time\n");
+        return;
+    }
+    if (strncmp(params, "TZID=", 5) != 0 || utcStart) {
+        printf("event: DTSTART %s is not in a named zone; nothing to convert\n", value);
+        return;
+    }
+    copyText(tzName, sizeof tzName, params + 5);
+
+    /* The zone's rules: the whole file, then the section of the tz name. */
+    snprintf(path, sizeof path, "%s/tz/zones.profile", dataDir);
+    status = DX_TZRulesCreate(&rules, path, NULL);
+    if (status != 0) {
+        printf("zone file %s: status 0x%X\n", path, (unsigned)status);
+        return;
+    }
+    if (!findZone(rules, path, tzName, zone, sizeof zone)) {
+        printf("event: zone %s is not in the zone file\n", tzName);
+        goto done;
+    }
+
+    /* The start: its type (standard or daylight) from the rules, then UTC. */
+    DX_TimeGetTimeIdInMinutes(&startTime, &minutes);
+    status = DX_TZGetLocalType(rules, zone, &type, minutes);
+    if (status == 0)
+        status = DX_LocalTimeSet(&start, &startTime, zone, type == LTIME_TYPE_EITHER ? LTIME_TYPE_DAYLIGHT : type,
+                                 rules);
+    if (status == 0)
+        status = DX_LocalTimeGetUTC(&start, &utc, rules);
+    if (status != 0) {
+        printf("event: DTSTART %s in %s: status 0x%X\n", value, zone, (unsigned)status);
+        goto done;
+    }
+    snprintf(path, sizeof path, "%s/nls/en_US.profile", dataDir);
+    status = DX_NLSListCreate(&english, 0, path);
+    snprintf(path, sizeof path, "%s/nls/fr_FR.profile", dataDir);
+    if (status == 0)
+        status = DX_NLSListCreate(&frenchCatalog, 0, path);
+    if (status != 0) {
+        printf("catalogs: status 0x%X\n", (unsigned)status);
+        goto done;
+    }
+    DX_LocalTimeFormat(local, sizeof local, "%dn %da %ti", &start, english, NULL);
+    DX_TimeFormat(utcText, sizeof utcText, "%dn %da %h2:%mi UTC", &utc, english);
+    zoneAbbreviation(rules, zone, &utc, abbreviation, sizeof abbreviation);
+    printf("event starts %s %s (%s, zone %s) = %s\n", local, abbreviation, tzName, zone, utcText);
+    if (calendarLine(calendar, "DTEND", params, sizeof params, value, sizeof value)
+        && parseDateTime(value, &endTime, &utcEnd) == 0 && DX_TimeGetTimeId(&startTime, &startId) == 0
+        && DX_TimeGetTimeId(&endTime, &endId) == 0 && endId >= startId)
+        printf("lasting %u min (wall clock)\n", (unsigned)((endId - startId) / 60));
+
+    /* The recurrence. */
+    if (!calendarLine(calendar, "RRULE", params, sizeof params, value, sizeof value)) {
+        printf("no recurrence: one occurrence\n");
+        goto done;
+    }
+    printf("recurrence %s\n", value);
+    DX_TimeGet(&startTime, &date, &hour, &minute, &second);
+    rule.first = date;
+    rule.recur.start = date;
+    if (parseRule(value, &rule) != 0) {
+        printf("  cannot be expressed by the recurrence kinds: %s\n", rule.problem != NULL ? rule.problem
+                                                                                          : "out of memory");
+        goto done;
+    }
+    /* The last date: UNTIL's, a day later when UNTIL is in UTC (the UTC
+     * instant is compared below), else the zone file's last year. */
+    if (rule.hasUntil) {
+        rule.recur.end = rule.until.date;
+        if (rule.untilUtc)
+            DX_DateTomorrow(&rule.recur.end);
+    } else {
+        DX_DateSet(&rule.recur.end, 31, 11, LAST_ZONE_YEAR);
+    }
+    limit = rule.count != 0 ? rule.count : rule.hasUntil ? 0 : SHOWN_WITHOUT_END;
+    /* The count is compared only after a whole period, and the anchor may
+     * lie before DTSTART: ask for a week more, and cut the list below. */
+    status = DX_DateGenRecur(1, &rule.recur, &dates, limit != 0 ? limit + 7 : 0);
+    if (status != 0) {
+        printf("  expansion failed: status 0x%X\n", (unsigned)status);
+        goto done;
+    }
+    for (status = DX_ListGetFirst(dates, &sequence, &date); status == 0 && (limit == 0 || shown < limit);
+         status = DX_ListGetNext(dates, &sequence, &date)) {
+        DX_TIME wall;
+        DX_LOCALTIME occurrence;
+        S16 before = 0;
+        U32 code, untilId = 0, utcId = 0;
+        if (DX_DateCompare(&date, &rule.first, &before) == 0 && before < 0)
+            continue; /* before DTSTART, in the anchor's first period */
+        ++shown;
+        code = DX_TimeSet(&wall, &date, hour, minute, second);
+        if (code == 0)
+            code = DX_TimeGetTimeIdInMinutes(&wall, &minutes);
+        if (code == 0)
+            code = DX_TZGetLocalType(rules, zone, &type, minutes);
+        /* A wall-clock time that occurs twice is taken at its first
+         * occurrence, still in daylight time. */
+        if (code == 0)
+            code = DX_LocalTimeSet(&occurrence, &wall, zone,
+                                   type == LTIME_TYPE_EITHER ? LTIME_TYPE_DAYLIGHT : type, rules);
+        if (code == 0)
+            code = DX_LocalTimeGetUTC(&occurrence, &utc, rules);
+        if (code == DX_TZ_ERR_SKIPPED) {
+            DX_TimeFormat(local, sizeof local, "%dn %da %ti", &wall, english);
+            printf("  %u  %s does not exist in %s (the clocks go forward)\n", (unsigned)shown, local, zone);
+            continue;
+        }
+        if (code != 0) {
+            printf("  %u  status 0x%X\n", (unsigned)shown, (unsigned)code);
+            break;
+        }
+        /* UNTIL is inclusive; in UTC it is compared with the instant. */
+        if (rule.hasUntil && DX_TimeGetTimeId(rule.untilUtc ? &utc : &wall, &utcId) == 0
+            && DX_TimeGetTimeId(&rule.until, &untilId) == 0 && utcId > untilId)
+            break;
+        DX_LocalTimeFormat(local, sizeof local, "%dn %da %ti", &occurrence, english, NULL);
+        DX_TimeFormat(utcText, sizeof utcText, "%dn %da %h2:%mi UTC", &utc, english);
+        DX_LocalTimeFormat(french, sizeof french, "%dn %da %ti", &occurrence, frenchCatalog, NULL);
+        zoneAbbreviation(rules, zone, &utc, abbreviation, sizeof abbreviation);
+        printf("  %u  %-26s %-4s = %-27s | %s %s\n", (unsigned)shown, local, abbreviation, utcText, french,
+               abbreviation);
+    }
+
+done:
+    if (dates != 0)
+        DX_ListDestroy(&dates);
+    if (rule.recur.days != 0)
+        DX_ListDestroy(&rule.recur.days);
+    if (rule.recur.excludedWeekdays != 0)
+        DX_ListDestroy(&rule.recur.excludedWeekdays);
+    if (english != 0)
+        DX_NLSListDestroy(&english);
+    if (frenchCatalog != 0)
+        DX_NLSListDestroy(&frenchCatalog);
+    DX_TZRulesDestroy(&rules);
 }
 
 /* The reply: a note made with the attachment writer, then the calendar as
@@ -258,7 +704,11 @@ int main(int argc, char **argv)
     if (utf8 != NULL)
         printf("---- calendar in UTF-8 ----\n%s---- end of calendar ----\n", utf8);
 
-    /* 4. The reply, through a growing buffer. */
+    /* 4. The event: the local start in UTC, and the recurrence expanded. */
+    if (utf8 != NULL)
+        showEvent(utf8);
+
+    /* 5. The reply, through a growing buffer. */
     if (STREAM_attachToGrowingBuffer(&out, &reply, 1024, STREAM_WRITE | STREAM_READ) != 0)
         goto done;
     status = writeReply(ctx, out, from != NULL ? from->value : "unknown@example.invalid",
