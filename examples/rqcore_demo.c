@@ -425,6 +425,41 @@ static void zoneAbbreviation(HLIST rules, const char *zone, DX_TIME *utc, char *
         DX_TZFromUTCToLocalTime(rules, zone, &localMinutes, &type, utcMinutes, abbreviation, size);
 }
 
+/* The UTC time of a wall-clock time in the zone, and its local-time record.
+ * A time that occurs twice is taken at its first occurrence, still in
+ * daylight time; a time the clocks skip is taken with the offset in force
+ * before the change, as calendar clients do (RFC 5545): 2:30 on the night
+ * the clocks go from 2:00 to 3:00 is 3:30 daylight time.  The shipped zone
+ * file holds changes of one hour only.  *skipped tells the second case. */
+static U32 wallToUtc(HLIST rules, const char *zone, const DX_TIME *wall, DX_LOCALTIME *local, DX_TIME *utc,
+                     int *skipped)
+{
+    DX_TIME probe = *wall;
+    U32 minutes = 0, type = 0;
+    U32 status = DX_TimeGetTimeIdInMinutes(&probe, &minutes);
+    *skipped = 0;
+    if (status == 0)
+        status = DX_TZGetLocalType(rules, zone, &type, minutes);
+    if (status == DX_TZ_ERR_SKIPPED) {
+        *skipped = 1;
+        status = DX_TimeOffset(&probe, -3600);
+        if (status == 0)
+            status = DX_TimeGetTimeIdInMinutes(&probe, &minutes);
+        if (status == 0)
+            status = DX_TZGetLocalType(rules, zone, &type, minutes);
+    }
+    if (status == 0)
+        status = DX_LocalTimeSet(local, &probe, zone, type == LTIME_TYPE_EITHER ? LTIME_TYPE_DAYLIGHT : type, rules);
+    if (status == 0)
+        status = DX_LocalTimeGetUTC(local, utc, rules);
+    if (status == 0 && *skipped) {
+        status = DX_TimeOffset(utc, 3600);
+        if (status == 0)
+            status = DX_LocalTimeSetFromUTC(local, utc, zone, rules);
+    }
+    return status;
+}
+
 /* Prints the event's start in UTC and each occurrence in local time and in
  * UTC, through the zone file's rules and the sample catalogs. */
 static void showEvent(const char *calendar)
@@ -435,9 +470,9 @@ static void showEvent(const char *calendar)
     DX_LOCALTIME start;
     DX_TIME startTime, utc, endTime;
     EVENT_RULE rule;
-    U32 status, type = 0, minutes = 0, startId = 0, endId = 0, shown = 0, limit;
+    U32 status, startId = 0, endId = 0, shown = 0, limit;
     U16 hour, minute, second, sequence;
-    int utcStart = 0, utcEnd = 0;
+    int utcStart = 0, utcEnd = 0, skipped = 0;
     DX_DATE date;
 
     memset(&rule, 0, sizeof rule);
@@ -464,14 +499,8 @@ static void showEvent(const char *calendar)
         goto done;
     }
 
-    /* The start: its type (standard or daylight) from the rules, then UTC. */
-    DX_TimeGetTimeIdInMinutes(&startTime, &minutes);
-    status = DX_TZGetLocalType(rules, zone, &type, minutes);
-    if (status == 0)
-        status = DX_LocalTimeSet(&start, &startTime, zone, type == LTIME_TYPE_EITHER ? LTIME_TYPE_DAYLIGHT : type,
-                                 rules);
-    if (status == 0)
-        status = DX_LocalTimeGetUTC(&start, &utc, rules);
+    /* The start in UTC. */
+    status = wallToUtc(rules, zone, &startTime, &start, &utc, &skipped);
     if (status != 0) {
         printf("event: DTSTART %s in %s: status 0x%X\n", value, zone, (unsigned)status);
         goto done;
@@ -536,21 +565,7 @@ static void showEvent(const char *calendar)
         ++shown;
         code = DX_TimeSet(&wall, &date, hour, minute, second);
         if (code == 0)
-            code = DX_TimeGetTimeIdInMinutes(&wall, &minutes);
-        if (code == 0)
-            code = DX_TZGetLocalType(rules, zone, &type, minutes);
-        /* A wall-clock time that occurs twice is taken at its first
-         * occurrence, still in daylight time. */
-        if (code == 0)
-            code = DX_LocalTimeSet(&occurrence, &wall, zone,
-                                   type == LTIME_TYPE_EITHER ? LTIME_TYPE_DAYLIGHT : type, rules);
-        if (code == 0)
-            code = DX_LocalTimeGetUTC(&occurrence, &utc, rules);
-        if (code == DX_TZ_ERR_SKIPPED) {
-            DX_TimeFormat(local, sizeof local, "%dn %da %ti", &wall, english);
-            printf("  %u  %s does not exist in %s (the clocks go forward)\n", (unsigned)shown, local, zone);
-            continue;
-        }
+            code = wallToUtc(rules, zone, &wall, &occurrence, &utc, &skipped);
         if (code != 0) {
             printf("  %u  status 0x%X\n", (unsigned)shown, (unsigned)code);
             break;
@@ -563,8 +578,8 @@ static void showEvent(const char *calendar)
         DX_TimeFormat(utcText, sizeof utcText, "%dn %da %h2:%mi UTC", &utc, english);
         DX_LocalTimeFormat(french, sizeof french, "%dn %da %ti", &occurrence, frenchCatalog, NULL);
         zoneAbbreviation(rules, zone, &utc, abbreviation, sizeof abbreviation);
-        printf("  %u  %-26s %-4s = %-27s | %s %s\n", (unsigned)shown, local, abbreviation, utcText, french,
-               abbreviation);
+        printf("  %u  %-26s %-4s = %-27s | %s %s%s\n", (unsigned)shown, local, abbreviation, utcText, french,
+               abbreviation, skipped ? "  (skipped by the change of clocks)" : "");
     }
 
 done:
