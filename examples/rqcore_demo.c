@@ -567,7 +567,7 @@ static void showEvent(const char *calendar)
         if (code == 0)
             code = wallToUtc(rules, zone, &wall, &occurrence, &utc, &skipped);
         if (code != 0) {
-            printf("  %u  status 0x%X\n", (unsigned)shown, (unsigned)code);
+            printf("%4u  status 0x%X\n", (unsigned)shown, (unsigned)code);
             break;
         }
         /* UNTIL is inclusive; in UTC it is compared with the instant. */
@@ -578,7 +578,7 @@ static void showEvent(const char *calendar)
         DX_TimeFormat(utcText, sizeof utcText, "%dn %da %h2:%mi UTC", &utc, english);
         DX_LocalTimeFormat(french, sizeof french, "%dn %da %ti", &occurrence, frenchCatalog, NULL);
         zoneAbbreviation(rules, zone, &utc, abbreviation, sizeof abbreviation);
-        printf("  %u  %-26s %-4s = %-27s | %s %s%s\n", (unsigned)shown, local, abbreviation, utcText, french,
+        printf("%4u  %-26s %-4s = %-27s | %s %s%s\n", (unsigned)shown, local, abbreviation, utcText, french,
                abbreviation, skipped ? "  (skipped by the change of clocks)" : "");
     }
 
