@@ -321,8 +321,11 @@ static int parseRule(const char *text, EVENT_RULE *rule)
             rule->recur.interval = (U16)(atoi(value) > 0 && atoi(value) < 1000 ? atoi(value) : 1);
         else if (strcmp(part, "COUNT") == 0)
             rule->count = (U32)(atoi(value) > 0 ? atoi(value) : 1);
-        else if (strcmp(part, "UNTIL") == 0)
+        else if (strcmp(part, "UNTIL") == 0) {
             rule->hasUntil = parseDateTime(value, &rule->until, &rule->untilUtc) == 0;
+            if (rule->hasUntil && strlen(value) == 8) /* a date alone: the whole day */
+                DX_TimeSet(&rule->until, &rule->until.date, 23, 59, 59);
+        }
         else if (strcmp(part, "BYDAY") == 0)
             copyText(byDay, sizeof byDay, value);
         else if (strcmp(part, "BYMONTHDAY") == 0)
@@ -519,7 +522,7 @@ static void showEvent(const char *calendar)
     zoneAbbreviation(rules, zone, &utc, abbreviation, sizeof abbreviation);
     printf("event starts %s %s (%s, zone %s) = %s\n", local, abbreviation, tzName, zone, utcText);
     if (calendarLine(calendar, "DTEND", params, sizeof params, value, sizeof value)
-        && parseDateTime(value, &endTime, &utcEnd) == 0 && DX_TimeGetTimeId(&startTime, &startId) == 0
+        && parseDateTime(value, &endTime, &utcEnd) == 0 && !utcEnd && DX_TimeGetTimeId(&startTime, &startId) == 0
         && DX_TimeGetTimeId(&endTime, &endId) == 0 && endId >= startId)
         printf("lasting %u min (wall clock)\n", (unsigned)((endId - startId) / 60));
 
@@ -548,8 +551,9 @@ static void showEvent(const char *calendar)
     }
     limit = rule.count != 0 ? rule.count : rule.hasUntil ? 0 : SHOWN_WITHOUT_END;
     /* The count is compared only after a whole period, and the anchor may
-     * lie before DTSTART: ask for a week more, and cut the list below. */
-    status = DX_DateGenRecur(1, &rule.recur, &dates, limit != 0 ? limit + 7 : 0);
+     * lie before DTSTART (dates dropped below, a month's at most): ask for
+     * a month more, and cut the list to the count below. */
+    status = DX_DateGenRecur(1, &rule.recur, &dates, limit != 0 ? limit + 31 : 0);
     if (status != 0) {
         printf("  expansion failed: status 0x%X\n", (unsigned)status);
         goto done;

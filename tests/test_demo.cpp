@@ -132,6 +132,11 @@ TEST(Demo, RecurrenceRules)
          "2 Sat Oct 24, 2026 9:00 AM CEST = Sat Oct 24, 2026 7:00 UTC | sam. 24 oct. 2026 9:00 CEST\n"
          "3 Sun Oct 25, 2026 9:00 AM CET = Sun Oct 25, 2026 8:00 UTC | dim. 25 oct. 2026 9:00 CET\n"
          "4 Mon Oct 26, 2026 9:00 AM CET = Mon Oct 26, 2026 8:00 UTC | lun. 26 oct. 2026 9:00 CET\n"},
+        // UNTIL as a date alone takes in that whole day.
+        {"Europe/Paris", "20261228T090000", "FREQ=DAILY;UNTIL=20261230",
+         "1 Mon Dec 28, 2026 9:00 AM CET = Mon Dec 28, 2026 8:00 UTC | lun. 28 déc. 2026 9:00 CET\n"
+         "2 Tue Dec 29, 2026 9:00 AM CET = Tue Dec 29, 2026 8:00 UTC | mar. 29 déc. 2026 9:00 CET\n"
+         "3 Wed Dec 30, 2026 9:00 AM CET = Wed Dec 30, 2026 8:00 UTC | mer. 30 déc. 2026 9:00 CET\n"},
         // Daily with BYDAY: the other weekdays are excluded.
         {"Europe/Paris", "20261127T090000", "FREQ=DAILY;BYDAY=MO,FR;COUNT=3",
          "1 Fri Nov 27, 2026 9:00 AM CET = Fri Nov 27, 2026 8:00 UTC | ven. 27 nov. 2026 9:00 CET\n"
