@@ -73,6 +73,8 @@ check_output find_package "$work/cmake/consumer" "$prefix/share/rqcore"
 # The installed demo finds the installed libraries and data on its own.
 if [ -x "$prefix/bin/rqcore_demo" ]; then
     env -u LD_LIBRARY_PATH "$prefix/bin/rqcore_demo" >"$work/demo.log" 2>&1 || { cat "$work/demo.log"; fail "installed demo failed"; }
+    # The zone file and catalogs were found: the first occurrence in UTC.
+    grep -q "Tue Nov 24, 2026 8:00 UTC" "$work/demo.log" || { cat "$work/demo.log"; fail "installed demo: no calendar lines"; }
 fi
 rm -rf "$work"
 echo "consumer check: installed, built with pkg-config and find_package, ran"
