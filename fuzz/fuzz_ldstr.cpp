@@ -38,10 +38,11 @@ void readAll(const char *path, size_t fileSize, Keys *keys)
     std::vector<char> buffer(fileSize + 8);
     for (U32 key : keys->keys) {
         U32 length = 0;
-        if (DX_LdStrTextLength(&h, key, &length) != 0 || length > fileSize)
+        if (DX_LdStrTextLength(&h, key, &length) != 0)
             std::abort();
+        // A length past the file is refused at load, before the buffer.
         U32 rc = DX_LdStrLoad(&h, key, buffer.data(), "sfx", 3);
-        if (rc == 0 && std::strlen(buffer.data()) > length + 3)
+        if (rc == 0 && (length > fileSize || std::strlen(buffer.data()) > length + 3))
             std::abort();
         char dest[16] = "";
         DX_LdStrLoadCat(&h, key, dest, nullptr, 8);
@@ -61,8 +62,9 @@ void update(const char *path, const Keys &keys)
         return;
     for (size_t i = 0; i < keys.keys.size(); i += 2)
         DX_LdStrDeleteFrom(&h, keys.keys[i]);
-    for (U32 key = 0xF0000000u; key < 0xF0000010u; ++key)
-        DX_LdStrAddTo(&h, key, 0, "added");
+    bool added[16] = {};
+    for (U32 i = 0; i < 16; ++i)
+        added[i] = DX_LdStrAddTo(&h, 0xF0000000u + i, 0, "added") == 0;
     if (DX_LdStrClose(&h) != 0) {
         DX_LdStrRelease(&h);
         return;
@@ -70,9 +72,8 @@ void update(const char *path, const Keys &keys)
     if (DX_LdStrOpen(&h, path, 0, LDSTR_MODE_READ) != 0)
         std::abort();  // what close wrote must reopen
     char buffer[16];
-    for (U32 key = 0xF0000000u; key < 0xF0000010u; ++key) {
-        U32 rc = DX_LdStrLoad(&h, key, buffer, nullptr, 0);
-        if (rc != 0 && rc != LDSTR_ERR_LOAD_ABSENT)
+    for (U32 i = 0; i < 16; ++i) {  // a key the file already held may be anything
+        if (added[i] && (DX_LdStrLoad(&h, 0xF0000000u + i, buffer, nullptr, 0) != 0 || std::strcmp(buffer, "added") != 0))
             std::abort();
     }
     DX_LdStrClose(&h);

@@ -289,7 +289,10 @@ U32 DX_LdStrLoadCat(DX_LDSTR *handle, U32 key, char *destination, const char *su
         // suffix would not fit: a file's lengths never overrun it.
         uint64_t size = length;
         DX_LDSTR_SLOT slot;
-        if ((handle->mode & kBitLoad) != 0 && findRecord(handle, key, &slot) == 0) {
+        // Only a record that lies inside the file may enlarge it: a length
+        // past the end fails the load before anything is written.
+        if ((handle->mode & kBitLoad) != 0 && findRecord(handle, key, &slot) == 0 &&
+            static_cast<uint64_t>(slot.offset) + 1u + slot.length <= handle->mapSize) {
             uint64_t need = static_cast<uint64_t>(slot.length) + 1u;
             if (suffix != nullptr)
                 need += strnlen(suffix, length);

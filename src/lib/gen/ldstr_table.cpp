@@ -20,7 +20,11 @@ DX_LDSTR_SLOT *findPos(U32 key, DX_LDSTR_SLOT *table, U32 slots) noexcept
         DX_LDSTR_SLOT *s = &table[pos];
         if (s->key == key || s->key == 0)
             return s;
-        pos = static_cast<U32>((static_cast<uint64_t>(pos) + step) % slots);
+        // pos and step are below 2^31 (a table's bytes fit in 32 bits), so
+        // one subtraction replaces a division.
+        pos += step;
+        if (pos >= slots)
+            pos -= slots;
     }
     return nullptr;
 }
