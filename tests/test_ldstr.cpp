@@ -562,9 +562,11 @@ TEST(LdStrDefinition, ReportsEachMalformation)
     EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("t").c_str(), nullptr),
               static_cast<U32>(LDSTR_ERR_DEFINITION));
     char report[LDSTR_REPORT_SIZE];
+    writeFile(dir.file("t"), "kept");
     EXPECT_EQ(DX_LdStrCreate(dir.file("missing").c_str(), dir.file("t").c_str(), report),
               static_cast<U32>(LDSTR_ERR_DEFINITION));
     EXPECT_STREQ(report, "ERROR: Cannot read definition file \n");
+    EXPECT_EQ(rqtest::readFile(dir.file("t")), "kept");  // not this call's file: left alone
     EXPECT_EQ(DX_LdStrCreate(nullptr, dir.file("t").c_str(), nullptr), static_cast<U32>(LDSTR_ERR_DEFINITION));
     writeFile(dir.file("def"), "[s]\n1 = a\n");
     EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), nullptr, report), static_cast<U32>(LDSTR_ERR_OPEN_CREATE));

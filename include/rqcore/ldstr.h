@@ -62,8 +62,11 @@
  * without "]" is reported as "ERROR: line <n>: <what> \n" with 0x15180 (a key
  * before any section: "ERROR: Missing section declarator \n").  After the
  * table is written it is reopened and every key is read back and compared
- * with its text ("ERROR: Verification failed for key <k> \n", 0x15180).  On
- * any failure the new table file is removed.
+ * with its text ("ERROR: Verification failed for key <k> \n", 0x15180).  A
+ * definition file that cannot be read gives "ERROR: Cannot read definition
+ * file \n" with 0x15180; a table file that cannot be created its open code
+ * (0x15103); out of memory 0x15172; a failing table operation its own code.
+ * On any failure after the table file was created, that file is removed.
  */
 #ifndef RQCORE_LDSTR_H
 #define RQCORE_LDSTR_H

@@ -256,7 +256,7 @@ U32 readWhole(const char *path, rq::Block<char> *out, size_t *size, const Report
     return 0;
 }
 
-U32 compile(const char *definitionPath, const char *tablePath, const Report &report) noexcept
+U32 compile(const char *definitionPath, const char *tablePath, const Report &report, bool *created) noexcept
 {
     rq::Block<char> text;
     size_t size = 0;
@@ -270,6 +270,7 @@ U32 compile(const char *definitionPath, const char *tablePath, const Report &rep
     DX_LDSTR h;
     if (U32 rc = DX_LdStrOpen(&h, tablePath, 0, LDSTR_MODE_CREATE); rc != 0)
         return report.set(rc, "ERROR: Cannot create table file (0x%X) \n", rc);
+    *created = true;
     Writer writer(&h, report);
     U32 rc = readDefinition(all, scratch.get(), writer, report);
     if (rc == 0 && (rc = DX_LdStrClose(&h)) != 0)
@@ -298,9 +299,11 @@ U32 DX_LdStrCreate(const char *definitionPath, const char *tablePath, char *repo
     const Report r{report};
     if (report != nullptr)
         report[0] = '\0';
-    U32 rc = compile(definitionPath, tablePath, r);
-    // A table that failed to build or verify is not left for a reader to trust.
-    if (rc != 0 && rc != LDSTR_ERR_OPEN_CREATE && tablePath != nullptr)
+    bool created = false;
+    U32 rc = compile(definitionPath, tablePath, r, &created);
+    // A table that failed to build or verify is not left for a reader to
+    // trust; a file that was there before a definition failed to read stays.
+    if (rc != 0 && created)
         std::remove(tablePath);
     return rc;
 }
