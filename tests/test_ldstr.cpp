@@ -325,8 +325,9 @@ TEST(LdStrFile, ReadOnlyDirectoryRefusesCreate)
     DX_LDSTR h;
     EXPECT_EQ(DX_LdStrOpen(&h, dir.file("t").c_str(), 0, LDSTR_MODE_CREATE), static_cast<U32>(LDSTR_ERR_OPEN_CREATE));
     char report[LDSTR_REPORT_SIZE];
-    writeFile("/tmp/ldstr_def_ro.txt", "[s]\n1 = a\n");
-    EXPECT_EQ(DX_LdStrCreate("/tmp/ldstr_def_ro.txt", dir.file("t").c_str(), report),
+    rqtest::TempDir defDir;
+    writeFile(defDir.file("def"), "[s]\n1 = a\n");
+    EXPECT_EQ(DX_LdStrCreate(defDir.file("def").c_str(), dir.file("t").c_str(), report),
               static_cast<U32>(LDSTR_ERR_OPEN_CREATE));
     chmod(dir.path().c_str(), 0700);
 }
