@@ -35,6 +35,10 @@ int main(void)
     ok = ok && DX_TZCreateTZRulesEmpty(&zones) == 0 &&
          DX_TZGetLocalType(zones, "EST5EDT", &type, 0) == DX_TZ_ERR_NO_ZONE && DX_TZRulesDestroy(&zones) == 0 &&
          zones == 0;
+    char ldstrVersion[8];
+    U32 ldstrLetter = 0;
+    ok = ok && DX_LdStrGetVersion(ldstrVersion, &ldstrLetter, NULL, NULL) == 0 && ldstrLetter == 88 &&
+         sizeof(DX_LDSTR_SLOT) == 12;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
