@@ -24,14 +24,8 @@ TEST(Format, FieldsAndCounter)
     // Worked out from the alignment rules: positive widths pad on the left,
     // negative on the right, and a short width never cuts; the counter cuts,
     // the overflow landing on the first place past it and the NUL last.
-    struct Case {
-        const char *text;  // nullptr: the number 42 / 0 / 4294967295 below
-        U32 number;
-        S16 width;
-        U32 places;
-        const char *expected;
-        U32 left;
-    } cases[] = {
+    // text nullptr: the number; expected nullptr: a long field, checked below.
+    struct Case { const char *text; U32 number; S16 width; U32 places; const char *expected; U32 left; } cases[] = {
         {nullptr, 42, 5, 100, "   42", 95},       {nullptr, 42, -5, 100, "42   ", 95},
         {nullptr, 42, 1, 100, "42", 98},          {nullptr, 0, 0, 100, "0", 99},
         {nullptr, 4294967295u, 0, 100, "4294967295", 90},
@@ -296,18 +290,15 @@ TEST_F(Catalog, AllocationSweep)
 {
     // The second file is read one section at a time (see above).
     for (const char *text : {kCatalog, "[a]\nk={x,\n[b]\ny}\n[c]\nj=1\n"}) {
-    SCOPED_TRACE(text);
-    writeFile(path, text);
-    int allocations = rqtest::allocationSweep(
-        [&] {
+        SCOPED_TRACE(text);
+        writeFile(path, text);
+        auto load = [&] {
             HLIST catalog = 0;
             U32 rc = DX_NLSListCreate(&catalog, NLS_MODE_PRIORITY, path.c_str());
-            if (rc == 0)
-                DX_NLSListDestroy(&catalog);
+            DX_NLSListDestroy(&catalog);
             return rc;
-        },
-        [](U32 rc) { EXPECT_NE(rc, 0u); });
-    EXPECT_GT(allocations, 4);
+        };
+        EXPECT_GT(rqtest::allocationSweep(load, [](U32 rc) { EXPECT_NE(rc, 0u); }), 4);
     }
 }
 
@@ -439,12 +430,7 @@ TEST_F(Catalog, WriteAndReadBack)
         EXPECT_EQ(DX_GetProfileStr(path.c_str(), e.section, e.key, out, sizeof out, "dflt"), 0u);
         EXPECT_EQ(std::string(out), e.value);
     }
-    char out[NLS_ELEMENT_SIZE];
-    EXPECT_EQ(DX_NLSGetElement(catalog, out, sizeof out, "datef", "long", 59), 0u);
-    EXPECT_STREQ(out, "item59");
-    EXPECT_EQ(DX_NLSGetElement(catalog, out, sizeof out, "datef", "quoted list", 0), 0u);
-    EXPECT_STREQ(out, "a, b");
-    HLIST list = 0;
+    HLIST list = 0;  // the long list read back as a list by the profile reader
     ASSERT_EQ(DX_GetProfileStrList(path.c_str(), "datef", "long", &list, 0), 0u);
     U32 count = 0;
     DX_ListGetElemNum(list, &count);
