@@ -334,29 +334,22 @@ TEST(Recur, WorkGrowsLinearly)
 
 // ---- Agreement with dateutil's rrule ----
 //
-// Random rules (fixed seed) against tests/data/recur_reference.py.  Kinds 1,
-// 2, 4 and 5 are compared over any start; kind 3 only from the 1st of a
-// month.  The defined differences, each modelled or avoided here:
-//  - kind 3 from another day slides: its periods run from the anchor to the
-//    day before the same day a month later and the anchor drifts to the
-//    shortest month-end met; rrule's BYMONTHDAY works in calendar months.
-//    Not compared (a start on the 1st neither slides nor drifts).
+// Random rules (fixed seed) against tests/data/recur_reference.py: kinds 1,
+// 2, 4 and 5 from any start, kind 3 only from the 1st of a month.  The
+// defined differences, each modelled or avoided:
+//  - kind 3 from another day slides (periods from the anchor to the day before
+//    the same day a month later, the anchor drifting to the shortest month-end
+//    met); rrule's BYMONTHDAY works in calendar months.  Not compared.
 //  - maxCount is compared after whole periods (kind 2 weeks, kinds 3 and 4
-//    months), so a period can pass it; rrule's COUNT stops exactly.  The
-//    script applies the count per period instead of COUNT.
+//    months); rrule's COUNT stops exactly.  The script counts per period.
 //  - kind 4 codes 28..34 are "the last such weekday" (rrule -1), not "the
-//    fifth" (+5, which rrule skips in months without one); codes 0..27 are
-//    +1..+4.
-//  - kinds 3 and 4 run a month only while the anchor (the start's day, clamped
-//    month by month) is not after the end, so a last month whose wanted days
-//    come before the anchor's day is not generated; rrule stops at UNTIL
-//    alone.  The script stops where the drifted anchor passes the end.
+//    fifth"; codes 0..27 are +1..+4.
+//  - kinds 3 and 4 run a month only while the anchor (clamped month by month)
+//    is not after the end; the script stops where the drifted anchor passes it.
 //  - kind 2 weeks start on the anchor's weekday: rrule's WKST is set to it.
-//  - kind 5 from 29 February produces in leap years only: so does rrule
-//    (compared as is).
-//  - kind 1 and 5 produce the start even when the end is before it: ends are
-//    drawn after starts.
-//  - excluded weekdays and dates are filtered from rrule's dates by the script.
+//  - kind 5 from 29 February produces in leap years only, as rrule does.
+//  - kinds 1 and 5 produce the start even when the end is before it: ends are
+//    drawn after starts.  Excluded weekdays and dates are filtered by the script.
 TEST(Recur, AgreesWithDateutil)
 {
     if (std::system("python3 -c 'import dateutil.rrule' >/dev/null 2>&1") != 0)
