@@ -365,15 +365,30 @@ TEST(TZ, EnumAndFind)
     EXPECT_EQ(DX_TZFind(r.handle, nullptr, name, sizeof name, nullptr, 0), 0x15710u);
 }
 
-TEST(TZ, AddRuleRefusesADuplicateAndLeavesTheRule)
+TEST(TZ, RulesCompareByEntriesAndARefusedRuleStaysWhole)
 {
     rqtest::LeakCheck leaks;
     DX_TZENTRY b = entry(25, 2, 1996, 2037, 180, 0, -120), e = entry(25, 9, 1996, 2037, 120, 0, -60);
+    DX_TZENTRY later = e;
+    later.adjust = -30;
     HLIST rules = 0;
     ASSERT_EQ(DX_TZCreateTZRulesSimple(&rules, "CET-1CEST", "Paris", "France", &b, &e), 0u);
-    DX_TZRULE *rule = nullptr;
+    DX_TZRULE *rule = nullptr, *other = nullptr;
     ASSERT_EQ(DX_TZCreateTZRule(&rule, "Other", nullptr), 0u);
+    ASSERT_EQ(DX_TZCreateTZRule(&other, "Two", "B"), 0u);
+    auto equal = [&](const DX_TZRULE *x, const DX_TZRULE *y) {
+        U32 result = 9;
+        EXPECT_EQ(DX_TZRuleEquals(x, y, &result), 0u);
+        return result;
+    };
+    EXPECT_EQ(equal(rule, other), 1u);  // both empty, names differ
     ASSERT_EQ(DX_TZAddTZEntry(rule, &b, &e), 0u);
+    EXPECT_EQ(equal(rule, other), 0u);  // counts differ
+    DX_TZAddTZEntry(other, &b, &later);
+    EXPECT_EQ(equal(rule, other), 0u);  // the end adjusts differ
+    U32 result = 0;
+    EXPECT_EQ(DX_TZRuleEquals(rule, nullptr, &result), DX_TZ_ERR_NULL);
+    DX_TZDestroyTZRule(&other);
     // The name is cut to 19 characters before it is compared.
     EXPECT_EQ(DX_TZAddTZRule(rules, "CET-1CEST", rule), 0x15001u);
     EXPECT_EQ(DX_TZAddTZRule(rules, "CET-1CESTxxxxxxxxxx", rule), 0u);
@@ -384,13 +399,12 @@ TEST(TZ, AddRuleRefusesADuplicateAndLeavesTheRule)
     EXPECT_EQ(DX_TZAddTZEntry(rule, &b, &e), 0u);
     DX_TZRULE copy;
     ASSERT_EQ(DX_TZRuleCopy(rule, &copy), 0u);
-    U32 equal = 0;
-    EXPECT_EQ(DX_TZRuleEquals(rule, &copy, &equal), 0u);
-    EXPECT_EQ(equal, 1u);
+    EXPECT_EQ(equal(rule, &copy), 1u);
     DX_ListDestroy(&copy.begin);
     DX_ListDestroy(&copy.end);
     EXPECT_EQ(DX_TZDestroyTZRule(&rule), 0u);
     EXPECT_EQ(rule, nullptr);
+    EXPECT_EQ(DX_TZDestroyTZRule(&rule), 0u);
     char name[81];
     EXPECT_EQ(DX_TZFind(rules, "CET-1CESTxxxxxxxxxxZZZ", name, sizeof name, nullptr, 0), 0u);
     EXPECT_STREQ(name, "Other");
@@ -398,32 +412,6 @@ TEST(TZ, AddRuleRefusesADuplicateAndLeavesTheRule)
     EXPECT_EQ(rules, 0u);
     EXPECT_EQ(DX_TZRulesDestroy(&rules), 0u);
     EXPECT_EQ(DX_TZRulesDestroy(nullptr), 0u);
-}
-
-TEST(TZ, RuleEqualsComparesEntriesOnly)
-{
-    rqtest::LeakCheck leaks;
-    DX_TZENTRY b = entry(25, 2, 1996, 2037, 180, 0, -120), e = entry(25, 9, 1996, 2037, 120, 0, -60);
-    DX_TZENTRY other = e;
-    other.adjust = -30;
-    DX_TZRULE *x = nullptr, *y = nullptr;
-    ASSERT_EQ(DX_TZCreateTZRule(&x, "One", "A"), 0u);
-    ASSERT_EQ(DX_TZCreateTZRule(&y, "Two", "B"), 0u);
-    auto equal = [&] {
-        U32 result = 9;
-        EXPECT_EQ(DX_TZRuleEquals(x, y, &result), 0u);
-        return result;
-    };
-    EXPECT_EQ(equal(), 1u);  // both empty, names differ
-    DX_TZAddTZEntry(x, &b, &e);
-    EXPECT_EQ(equal(), 0u);  // counts differ
-    DX_TZAddTZEntry(y, &b, &other);
-    EXPECT_EQ(equal(), 0u);  // the end adjusts differ
-    U32 result = 0;
-    EXPECT_EQ(DX_TZRuleEquals(x, nullptr, &result), DX_TZ_ERR_NULL);
-    DX_TZDestroyTZRule(&x);
-    DX_TZDestroyTZRule(&y);
-    EXPECT_EQ(DX_TZDestroyTZRule(&x), 0u);
 }
 
 TEST(TZ, CopiesAndWrappedLists)
