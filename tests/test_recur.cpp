@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -20,9 +21,7 @@
 
 namespace {
 
-struct Ymd {
-    U16 y, m, d;  // month 1-based here, for readable tables
-};
+struct Ymd { U16 y, m, d; };  // month 1-based here, for readable tables
 
 DX_DATE date(Ymd v)
 {
@@ -81,8 +80,6 @@ struct Recur {
         for (HLIST &h : owned)
             DX_ListDestroy(&h);
     }
-    Recur(const Recur &) = delete;
-    Recur &operator=(const Recur &) = delete;
 };
 
 // Runs with flag 1 and returns status and dates; the list is destroyed.
@@ -91,11 +88,8 @@ U32 run(const DX_RECUR &r, std::string *out, U32 maxCount = 0, U32 flags = 1)
     HLIST list = 0;
     U32 rc = DX_DateGenRecur(flags, &r, &list, maxCount);
     *out = rc == 0 ? dates(list) : "";
-    if (rc != 0) {
-        EXPECT_EQ(list, 0u) << "a list created by a failed call is destroyed";
-    }
-    if (list != 0)
-        DX_ListDestroy(&list);
+    EXPECT_EQ(rc != 0, list == 0) << "a list created by a failed call is destroyed";
+    DX_ListDestroy(&list);
     return rc;
 }
 
@@ -110,16 +104,10 @@ TEST(Recur, PeriodsAndKeptRules)
         U32 maxCount;
         const char *expected;
     } cases[] = {
-        {"daily, maxCount exact", 1, 1, {2005, 1, 1}, {2005, 1, 10}, {}, {}, 3, "20050101 20050102 20050103"},
-        {"daily without weekends", 1, 1, {2005, 1, 1}, {2005, 1, 7}, {}, {0, 6}, 0,
-         "20050103 20050104 20050105 20050106 20050107"},
-        {"Mon+Wed every other week, cut by the end", 2, 2, {2005, 1, 3}, {2005, 1, 18}, {1, 3}, {}, 0,
-         "20050103 20050105 20050117"},
         {"weekly count after whole weeks", 2, 1, {2005, 1, 3}, {2005, 3, 1}, {1, 3, 5}, {}, 2,
          "20050103 20050105 20050107"},
         {"week of seven days from a Thursday anchor", 2, 1, {2005, 1, 6}, {2005, 1, 16}, {1, 4}, {}, 0,
          "20050106 20050110 20050113"},
-        {"31st only in long months", 3, 1, {2005, 1, 1}, {2005, 6, 30}, {30}, {}, 0, "20050131 20050331 20050531"},
         {"sliding month from the 15th", 3, 1, {2005, 1, 15}, {2005, 3, 20}, {0, 14}, {}, 0,
          "20050115 20050201 20050215 20050301 20050315"},
         // 31 Jan -> 28 Feb -> 28 Mar: the anchor drifts to the shortest day
@@ -128,25 +116,16 @@ TEST(Recur, PeriodsAndKeptRules)
          "20050131 20050228 20050328 20050331 20050428"},
         {"monthly count after whole months", 3, 1, {2005, 1, 1}, {2005, 12, 31}, {0, 9, 19}, {}, 1,
          "20050101 20050110 20050120"},
-        {"last Monday", 4, 1, {2005, 1, 1}, {2005, 6, 30}, {29}, {}, 0,
-         "20050131 20050228 20050328 20050425 20050530 20050627"},
-        {"first Thursday, the start month from the start day", 4, 1, {2005, 1, 10}, {2005, 3, 31}, {4}, {}, 0,
-         "20050203 20050303"},
         {"fifth Monday is the last; the 4th is not", 4, 2, {2005, 1, 1}, {2005, 5, 31}, {28 + 1, 21 + 3}, {}, 0,
          "20050126 20050131 20050323 20050328 20050525 20050530"},
         {"29 February only in leap years", 5, 1, {2004, 2, 29}, {2016, 12, 31}, {}, {}, 0,
          "20040229 20080229 20120229 20160229"},
-        {"yearly, excluded Sunday", 5, 1, {2005, 1, 2}, {2008, 1, 2}, {}, {0}, 0, "20060102 20070102 20080102"},
-        {"monthly by weekday, excluded weekday wins", 4, 1, {2005, 1, 1}, {2005, 2, 28}, {0, 1}, {1}, 0,
-         "20050102 20050206"},
-        {"interval 0: the first period only (daily)", 1, 0, {2005, 1, 1}, {2005, 1, 9}, {}, {}, 0, "20050101"},
-        {"interval 0: the first period only (weekly)", 2, 0, {2005, 1, 3}, {2005, 3, 1}, {1, 2}, {}, 0,
-         "20050103 20050104"},
-        {"a step of 40000 days is taken backwards: the first period only", 1, 40000, {2005, 1, 1}, {2200, 1, 1}, {},
-         {}, 0, "20050101"},
-        {"interval 0: the first period only (yearly)", 5, 0, {2005, 1, 3}, {2009, 3, 1}, {}, {}, 0, "20050103"},
-        {"end before start: the first period still runs (daily)", 1, 1, {2005, 1, 9}, {2005, 1, 1}, {}, {}, 0,
-         "20050109"},
+        // Interval 0, or a step of 40000 days taken backwards: the first period only.
+        {"interval 0, daily", 1, 0, {2005, 1, 1}, {2005, 1, 9}, {}, {}, 0, "20050101"},
+        {"interval 0, weekly", 2, 0, {2005, 1, 3}, {2005, 3, 1}, {1, 2}, {}, 0, "20050103 20050104"},
+        {"interval 0, yearly", 5, 0, {2005, 1, 3}, {2009, 3, 1}, {}, {}, 0, "20050103"},
+        {"step of 40000 days", 1, 40000, {2005, 1, 1}, {2200, 1, 1}, {}, {}, 0, "20050101"},
+        {"end before start: daily runs the first period", 1, 1, {2005, 1, 9}, {2005, 1, 1}, {}, {}, 0, "20050109"},
         {"end before start: weekly cut at once", 2, 1, {2005, 1, 9}, {2005, 1, 1}, {0, 1}, {}, 0, ""},
         {"last year of the 16-bit range, yearly", 5, 10000, {40000, 6, 1}, {65535, 12, 31}, {}, {}, 0,
          "400000601 500000601 600000601"},
@@ -202,11 +181,7 @@ TEST(Recur, ProducedRecordsAndExcludedDates)
     x.dayId = 77;  // past the 14 bytes
     DX_ListAddLast(prefix, &x, nullptr);
     DX_ListAddLast(textIds, &x, nullptr);
-    struct Case {
-        U32 flags;
-        HLIST list;
-        const char *expected;
-    } cases[] = {
+    struct Case { U32 flags; HLIST list; const char *expected; } cases[] = {
         {1, whole, "20050103 20050105 20050108 20050110 20050112 20050115"},  // flag 4 not given
         {1 | 4, whole, "20050105 20050108 20050110 20050112"},
         {1 | 4, prefix, "20050103 20050105 20050110 20050112 20050115"},
@@ -316,11 +291,8 @@ TEST(Recur, OutOfMemory)
     r.r.excludedDates = excluded;
     std::string full;
     ASSERT_EQ(run(r.r, &full), 0u);
-    DX_DATE first = {};
-    HLIST out = 0;
-    ASSERT_EQ(DX_DateGenRecur(1, &r.r, &out, 0), 0u);
-    DX_ListGetFirst(out, nullptr, &first);
-    DX_ListDestroy(&out);
+    ASSERT_EQ(full.substr(0, 8), "20050106");  // the first Thursday, excluded below
+    DX_DATE first = date({2005, 1, 6});
     DX_ListAddLast(excluded, &first, nullptr);
     std::string expected = full.substr(9);  // without the first date
     std::string got;
@@ -362,29 +334,22 @@ TEST(Recur, WorkGrowsLinearly)
 
 // ---- Agreement with dateutil's rrule ----
 //
-// Random rules (fixed seed) against tests/data/recur_reference.py.  Kinds 1,
-// 2, 4 and 5 are compared over any start; kind 3 only from the 1st of a
-// month.  The defined differences, each modelled or avoided here:
-//  - kind 3 from another day slides: its periods run from the anchor to the
-//    day before the same day a month later and the anchor drifts to the
-//    shortest month-end met; rrule's BYMONTHDAY works in calendar months.
-//    Not compared (a start on the 1st neither slides nor drifts).
+// Random rules (fixed seed) against tests/data/recur_reference.py: kinds 1,
+// 2, 4 and 5 from any start, kind 3 only from the 1st of a month.  The
+// defined differences, each modelled or avoided:
+//  - kind 3 from another day slides (periods from the anchor to the day before
+//    the same day a month later, the anchor drifting to the shortest month-end
+//    met); rrule's BYMONTHDAY works in calendar months.  Not compared.
 //  - maxCount is compared after whole periods (kind 2 weeks, kinds 3 and 4
-//    months), so a period can pass it; rrule's COUNT stops exactly.  The
-//    script applies the count per period instead of COUNT.
+//    months); rrule's COUNT stops exactly.  The script counts per period.
 //  - kind 4 codes 28..34 are "the last such weekday" (rrule -1), not "the
-//    fifth" (+5, which rrule skips in months without one); codes 0..27 are
-//    +1..+4.
-//  - kinds 3 and 4 run a month only while the anchor (the start's day, clamped
-//    month by month) is not after the end, so a last month whose wanted days
-//    come before the anchor's day is not generated; rrule stops at UNTIL
-//    alone.  The script stops where the drifted anchor passes the end.
+//    fifth"; codes 0..27 are +1..+4.
+//  - kinds 3 and 4 run a month only while the anchor (clamped month by month)
+//    is not after the end; the script stops where the drifted anchor passes it.
 //  - kind 2 weeks start on the anchor's weekday: rrule's WKST is set to it.
-//  - kind 5 from 29 February produces in leap years only: so does rrule
-//    (compared as is).
-//  - kind 1 and 5 produce the start even when the end is before it: ends are
-//    drawn after starts.
-//  - excluded weekdays and dates are filtered from rrule's dates by the script.
+//  - kind 5 from 29 February produces in leap years only, as rrule does.
+//  - kinds 1 and 5 produce the start even when the end is before it: ends are
+//    drawn after starts.  Excluded weekdays and dates are filtered by the script.
 TEST(Recur, AgreesWithDateutil)
 {
     if (std::system("python3 -c 'import dateutil.rrule' >/dev/null 2>&1") != 0)
@@ -437,21 +402,13 @@ TEST(Recur, AgreesWithDateutil)
                         " " + join(excluded));
     }
     rqtest::TempDir dir;
-    std::string input = dir.file("cases.txt");
-    std::FILE *f = std::fopen(input.c_str(), "w");
-    ASSERT_NE(f, nullptr);
+    std::string input;
     for (const auto &l : lines)
-        std::fprintf(f, "%s\n", l.c_str());
-    std::fclose(f);
-    std::string command = "python3 '" RQ_TEST_DATA_DIR "/recur_reference.py' < '" + input + "'";
-    std::FILE *p = popen(command.c_str(), "r");
-    ASSERT_NE(p, nullptr);
-    std::string output;
-    char buf[4096];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;)
-        output.append(buf, n);
-    ASSERT_EQ(pclose(p), 0);
-    std::istringstream in(output);
+        input += l + "\n";
+    std::ofstream(dir.file("in")) << input;
+    ASSERT_EQ(std::system(("python3 '" RQ_TEST_DATA_DIR "/recur_reference.py' < '" + dir.file("in") + "' > '" +
+                           dir.file("out") + "'").c_str()), 0);
+    std::istringstream in(rqtest::readFile(dir.file("out")));
     size_t i = 0, produced = 0;
     for (std::string want; std::getline(in, want) && i < ours.size(); ++i) {
         SCOPED_TRACE(lines[i]);
