@@ -1,6 +1,7 @@
 // Fuzzes the "charmap.config" reader: the input is the file's contents.  Every
 // lookup must end with a documented status and terminated outputs that fit
 // their buffers, and squishing must leave only letters and digits.
+#include "fuzz_support.h"
 #include "rqcore/charmap.h"
 
 #include <cstdint>
@@ -46,11 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     static const std::string dir = configDirectory();
     static const std::string path = dir + "/charmap.config";
-    FILE *f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr)
+    if (!fuzz::writeInput(path.c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
     check(CHARMAP_setConfigDirectory(dir.c_str()) == 0);
 
     static const char *const names[] = {"latin9", "big5", "utf-8", "A", "unknown", ""};

@@ -3,7 +3,7 @@
 // update, changed, closed and read back.  A table that this library wrote
 // must always reopen; any leak, crash or sanitizer report is a finding.
 #include "rqcore/ldstr.h"
-#include "rqsis/rqsis_test.h"
+#include "fuzz_support.h"
 
 #include <unistd.h>
 
@@ -86,21 +86,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (size > 64 * 1024)
         return 0;
     static const std::string path = "/tmp/fuzz_ldstr_" + std::to_string(getpid());
-    uint64_t blocksBefore = 0, bytesBefore = 0;
-    SIS_TestLiveGet(&blocksBefore, &bytesBefore);
-    FILE *f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr)
+    fuzz::LeakGuard leaks;
+    if (!fuzz::writeInput(path.c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
     Keys keys;
     readAll(path.c_str(), size, &keys);
     update(path.c_str(), keys);
-    uint64_t blocksAfter = 0, bytesAfter = 0;
-    SIS_TestLiveGet(&blocksAfter, &bytesAfter);
-    if (blocksAfter != blocksBefore) {
-        std::fprintf(stderr, "leaked %llu blocks\n", static_cast<unsigned long long>(blocksAfter - blocksBefore));
-        std::abort();
-    }
     return 0;
 }

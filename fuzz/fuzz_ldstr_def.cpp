@@ -3,7 +3,7 @@
 // must then reopen with as many keys as it names.  Any leak, crash or
 // sanitizer report is a finding.
 #include "rqcore/ldstr.h"
-#include "rqsis/rqsis_test.h"
+#include "fuzz_support.h"
 
 #include <unistd.h>
 
@@ -19,13 +19,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     static const std::string def = "/tmp/fuzz_ldstr_def_" + std::to_string(getpid()) + ".txt";
     static const std::string table = "/tmp/fuzz_ldstr_def_" + std::to_string(getpid()) + ".tbl";
-    uint64_t blocksBefore = 0, bytesBefore = 0;
-    SIS_TestLiveGet(&blocksBefore, &bytesBefore);
-    FILE *f = std::fopen(def.c_str(), "wb");
-    if (f == nullptr)
+    fuzz::LeakGuard leaks;
+    if (!fuzz::writeInput(def.c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
     char report[LDSTR_REPORT_SIZE];
     U32 rc = DX_LdStrCreate(def.c_str(), table.c_str(), report);
     if (std::strlen(report) >= LDSTR_REPORT_SIZE || (rc == 0) != (report[0] == '\0'))
@@ -39,11 +35,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         std::abort();
     }
     std::remove(table.c_str());
-    uint64_t blocksAfter = 0, bytesAfter = 0;
-    SIS_TestLiveGet(&blocksAfter, &bytesAfter);
-    if (blocksAfter != blocksBefore) {
-        std::fprintf(stderr, "leaked %llu blocks\n", static_cast<unsigned long long>(blocksAfter - blocksBefore));
-        std::abort();
-    }
     return 0;
 }

@@ -1,5 +1,6 @@
 // Map-file reader: arbitrary file contents loaded into an 8-bit and a
 // multibyte converter with both readers, then a probe converted both ways.
+#include "fuzz_support.h"
 #include "rqcore/unicode.h"
 
 #include <cstdint>
@@ -13,11 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (!initialized)
         __builtin_trap();
     static const std::string path = "/tmp/fuzz_mapfile_" + std::to_string(getpid()) + ".MAP";
-    FILE *f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr)
+    if (!fuzz::writeInput(path.c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
     for (U32 type : {UNICODE_TYPE_8BIT, UNICODE_TYPE_MBCS}) {
         for (int reader = 0; reader < 2; ++reader) {
             UNICODE_CONVERTER *c = nullptr;

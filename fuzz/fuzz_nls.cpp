@@ -6,7 +6,7 @@
 #include "rqcore/lists.h"
 #include "rqcore/nls.h"
 #include "rqcore/profiles.h"
-#include "rqsis/rqsis_test.h"
+#include "fuzz_support.h"
 
 #include <unistd.h>
 
@@ -174,24 +174,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size > 16 * 1024)
         return 0;
-    uint64_t blocksBefore = 0, bytesBefore = 0;
-    SIS_TestLiveGet(&blocksBefore, &bytesBefore);
-    FILE *f = std::fopen(inputPath().c_str(), "wb");
-    if (f == nullptr)
+    fuzz::LeakGuard leaks;
+    if (!fuzz::writeInput(inputPath().c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
     catalog(inputPath());
     std::string text(reinterpret_cast<const char *>(data), size);
     text.resize(std::strlen(text.c_str()));
     text.append(4, '\0');
     primitives(data, size, text);
     writeValue(text.c_str());
-    uint64_t blocksAfter = 0, bytesAfter = 0;
-    SIS_TestLiveGet(&blocksAfter, &bytesAfter);
-    if (blocksAfter != blocksBefore) {
-        std::fprintf(stderr, "leaked %llu blocks\n", static_cast<unsigned long long>(blocksAfter - blocksBefore));
-        std::abort();
-    }
     return 0;
 }

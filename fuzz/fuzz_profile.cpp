@@ -3,7 +3,7 @@
 // crash or sanitizer report is a finding.
 #include "rqcore/lists.h"
 #include "rqcore/profiles.h"
-#include "rqsis/rqsis_test.h"
+#include "fuzz_support.h"
 
 #include <unistd.h>
 
@@ -126,22 +126,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size > 64 * 1024)
         return 0;
-    uint64_t blocksBefore = 0, bytesBefore = 0;
-    SIS_TestLiveGet(&blocksBefore, &bytesBefore);
+    fuzz::LeakGuard leaks;
     const std::string &path = profilePath();
-    FILE *f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr)
+    if (!fuzz::writeInput(path.c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
     fileGetters(path.c_str());
     inMemory(path.c_str());
     fromText(std::string(reinterpret_cast<const char *>(data), size));
-    uint64_t blocksAfter = 0, bytesAfter = 0;
-    SIS_TestLiveGet(&blocksAfter, &bytesAfter);
-    if (blocksAfter != blocksBefore) {
-        std::fprintf(stderr, "leaked %llu blocks\n", static_cast<unsigned long long>(blocksAfter - blocksBefore));
-        std::abort();
-    }
     return 0;
 }

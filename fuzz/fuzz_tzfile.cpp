@@ -3,7 +3,7 @@
 // taken from the input, in every zone read.  Any leak of a platform block,
 // crash or sanitizer report is a finding.
 #include "rqcore/tz.h"
-#include "rqsis/rqsis_test.h"
+#include "fuzz_support.h"
 
 #include <unistd.h>
 
@@ -80,14 +80,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size > 64 * 1024)
         return 0;
-    uint64_t blocksBefore = 0, bytesBefore = 0;
-    SIS_TestLiveGet(&blocksBefore, &bytesBefore);
+    fuzz::LeakGuard leaks;
     const std::string &path = zonePath();
-    FILE *f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr)
+    if (!fuzz::writeInput(path.c_str(), data, size))
         return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
 
     HLIST rules = 0;
     if (DX_TZRulesCreate(&rules, path.c_str(), nullptr) == 0) {
@@ -113,11 +109,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         exercise(one, data, size);
     DX_TZRulesDestroy(&one);
 
-    uint64_t blocksAfter = 0, bytesAfter = 0;
-    SIS_TestLiveGet(&blocksAfter, &bytesAfter);
-    if (blocksAfter != blocksBefore) {
-        std::fprintf(stderr, "leaked %llu blocks\n", static_cast<unsigned long long>(blocksAfter - blocksBefore));
-        std::abort();
-    }
     return 0;
 }
