@@ -91,6 +91,12 @@ TEST(Cksum, SlicedPathIsBitIdenticalToByteLoopAtEveryLengthAndAlignment)
         ASSERT_EQ(DX_CksumArrayLong(init, p, static_cast<U32>(n)), byteLoop(init, p, n));
         ASSERT_EQ(DX_CksumArray(init, p, static_cast<U16>(n)), byteLoop(init, p, n));
     }
+    // Long runs: many four-lane folds, then single-lane folds and a table tail.
+    std::vector<U8> big = randomBytes((1 << 20) + 64, 13);
+    for (size_t n : {size_t{1} << 20, (size_t{1} << 20) - 1, size_t{64 * 5 + 16 * 3 + 7}}) {
+        U16 init = static_cast<U16>(rng());
+        ASSERT_EQ(DX_CksumArrayLong(init, big.data() + 3, static_cast<U32>(n)), byteLoop(init, big.data() + 3, n)) << n;
+    }
 }
 
 TEST(Cksum, ShortCountWrapsAt65536)
