@@ -463,6 +463,21 @@ TEST(Code, WholeFilesRoundTrip)
     }
 }
 
+TEST(Code, NothingIsAllocated)
+{
+    Files f;
+    Bytes data = randomBytes(700, 8);
+    f.write(f.bin, std::string(data.begin(), data.end()));
+    int allocations = rqtest::allocationSweep(
+        [&] {
+            U32 status = DX_CodeBinFileToCharFile(f.bin.c_str(), f.code.c_str());
+            return status != 0 ? status : DX_CodeCharFileToBinFile(f.code.c_str(), f.back.c_str());
+        },
+        0u);
+    EXPECT_EQ(allocations, 0);
+    EXPECT_EQ(rqtest::readFile(f.back), std::string(data.begin(), data.end()));
+}
+
 TEST(Code, WholeFileOpenFailures)
 {
     Files f;
