@@ -278,6 +278,9 @@ TEST(ListStore, ArgumentChecksNameTheReaderForBothDirections)
     EXPECT_EQ(DX_ListFileWrite(0, &d, 2), DX_LIST_ERR_WRITE_ARGUMENT);
     EXPECT_EQ(DX_ListFileWrite(list.h, nullptr, 2), DX_LIST_ERR_WRITE_ARGUMENT);
     EXPECT_EQ(DX_ListFileRead(list.h, nullptr), DX_LIST_ERR_READ_ARGUMENT);
+    s.log.clear();
+    EXPECT_EQ(DX_ListFileRead(0, &d), DX_LIST_ERR_VALUE_LOCK);
+    EXPECT_EQ(s.log, "");
     for (U32 mode : {0u, 1u, 3u, 5u, 6u}) {
         SCOPED_TRACE(mode);
         EXPECT_EQ(DX_ListFileWrite(list.h, &d, mode), DX_LIST_ERR_WRITE_MODE);

@@ -235,7 +235,8 @@ typedef struct DX_LIST_STORE {
 RQ_API U32 DX_ListFileWrite(HLIST list, const DX_LIST_STORE *store, U32 mode) RQ_NOEXCEPT;
 /* Opens with mode 1 and appends every record with DX_ListAddLast until
  * DX_LIST_STORE_END; records added before a failure stay in the list.
- * The list argument is not checked here: a bad list fails the first add. */
+ * The list is not part of the argument check: a list that cannot be locked
+ * gives DX_LIST_ERR_VALUE_LOCK before the store is opened. */
 RQ_API U32 DX_ListFileRead(HLIST list, const DX_LIST_STORE *store) RQ_NOEXCEPT;
 /* Builds a list from "id<field>data<record>id<field>data..." (or "id<record>id..."
  * when dataSize is 0), parsing text in place: separators become NULs.  On a
