@@ -147,9 +147,17 @@ static_assert(kK1K2[0] == 0x19A3C && kK1K2[1] == 0x14FF2 && kK3K4[0] == 0x8E10 &
 
 #define RQ_CLMUL_TARGET __attribute__((target("pclmul,sse4.1")))
 
-RQ_CLMUL_TARGET inline __m128i load(const U8 *p) noexcept
+// The 16 bytes at stream offset `off`: forward from `p`, or backward from
+// the end pointer `p` (the bytes before it, last first).
+template <bool Backward>
+RQ_CLMUL_TARGET inline __m128i lane(const U8 *p, size_t off) noexcept
 {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+    if constexpr (Backward) {
+        const __m128i reverse = _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+        return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p - off - 16)), reverse);
+    } else {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + off));
+    }
 }
 
 // x moved on by the distance k stands for, plus the next lane.
@@ -160,31 +168,28 @@ RQ_CLMUL_TARGET inline __m128i foldInto(__m128i x, __m128i k, __m128i next) noex
     return _mm_xor_si128(_mm_xor_si128(hi, lo), next);
 }
 
-// n is at least 64 and a multiple of 16.
+// n is at least 64 and a multiple of 16; buf is the start of the bytes, or
+// for Backward one past their end.
+template <bool Backward>
 RQ_CLMUL_TARGET U16 clmulUpdate(U16 c, const U8 *buf, size_t n) noexcept
 {
-    __m128i x1 = _mm_xor_si128(load(buf), _mm_cvtsi32_si128(c));
-    __m128i x2 = load(buf + 16), x3 = load(buf + 32), x4 = load(buf + 48);
+    auto load = [buf](size_t off) RQ_CLMUL_TARGET { return lane<Backward>(buf, off); };
+    __m128i x1 = _mm_xor_si128(load(0), _mm_cvtsi32_si128(c));
+    __m128i x2 = load(16), x3 = load(32), x4 = load(48);
     __m128i k = _mm_load_si128(reinterpret_cast<const __m128i *>(kK1K2));
-    buf += 64;
-    n -= 64;
-    while (n >= 64) {
-        x1 = foldInto(x1, k, load(buf));
-        x2 = foldInto(x2, k, load(buf + 16));
-        x3 = foldInto(x3, k, load(buf + 32));
-        x4 = foldInto(x4, k, load(buf + 48));
-        buf += 64;
-        n -= 64;
+    size_t off = 64;
+    for (; n - off >= 64; off += 64) {
+        x1 = foldInto(x1, k, load(off));
+        x2 = foldInto(x2, k, load(off + 16));
+        x3 = foldInto(x3, k, load(off + 32));
+        x4 = foldInto(x4, k, load(off + 48));
     }
     k = _mm_load_si128(reinterpret_cast<const __m128i *>(kK3K4));
     x1 = foldInto(x1, k, x2);
     x1 = foldInto(x1, k, x3);
     x1 = foldInto(x1, k, x4);
-    while (n >= 16) {
-        x1 = foldInto(x1, k, load(buf));
-        buf += 16;
-        n -= 16;
-    }
+    for (; n - off >= 16; off += 16)
+        x1 = foldInto(x1, k, load(off));
     // 128 to 64 bits.
     const __m128i low32 = _mm_setr_epi32(~0, 0, ~0, 0);
     x2 = _mm_clmulepi64_si128(x1, k, 0x10);
@@ -218,7 +223,7 @@ U16 update(U16 c, const U8 *p, size_t n) noexcept
     // Below a few blocks the fold's set-up costs more than the tables.
     if (n >= 128 && kHaveClmul) {
         size_t bulk = n & ~size_t{15};
-        c = clmulUpdate(c, p, bulk);
+        c = clmulUpdate<false>(c, p, bulk);
         p += bulk;
         n -= bulk;
     }
@@ -232,6 +237,14 @@ U16 updateBackward(U16 c, const U8 *p, size_t n) noexcept
     // checksum meets the top bytes of each eight first.
     const auto &t = kTables;
     const U8 *q = p + n;
+#if defined(__x86_64__) || defined(__i386__)
+    if (n >= 128 && kHaveClmul) {
+        size_t bulk = n & ~size_t{15};
+        c = clmulUpdate<true>(c, q, bulk);
+        q -= bulk;
+        n -= bulk;
+    }
+#endif
     while (n >= kSlices) {
         q -= kSlices;
         uint64_t hi = load8(q + 8) ^ (static_cast<uint64_t>(__builtin_bswap16(c)) << 48);
