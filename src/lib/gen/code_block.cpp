@@ -8,6 +8,8 @@
 
 using rq::code::Sink;
 
+static_assert(sizeof(DX_CODE_STATE) == 10, "the code state has one layout on every target");
+
 namespace {
 
 constexpr U8 kNewline = 0x0A;
