@@ -39,6 +39,7 @@ int main(void)
     U32 ldstrLetter = 0;
     ok = ok && DX_LdStrGetVersion(ldstrVersion, &ldstrLetter, NULL, NULL) == 0 && ldstrLetter == 88 &&
          sizeof(DX_LDSTR_SLOT) == 12;
+             MemLock(h) != NULL && DX_CksumArray(0xFFFF, "123456789", 9) == 0x6F91;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
