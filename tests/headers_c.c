@@ -11,6 +11,10 @@ int main(void)
     RQHANDLE h = MemAlloc(16);
     int ok = banner != NULL && strncmp(banner, "\nVarnelLibrary:rqcore", 21) == 0 && h != 0 &&
              MemLock(h) != NULL;
+    char ldstrVersion[8];
+    U32 ldstrLetter = 0;
+    ok = ok && DX_LdStrGetVersion(ldstrVersion, &ldstrLetter, NULL, NULL) == 0 && ldstrLetter == 88 &&
+         sizeof(DX_LDSTR_SLOT) == 12;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");

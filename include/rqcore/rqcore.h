@@ -8,6 +8,7 @@
 #include "frame.h"
 #include "sys.h"
 #include "lists.h"
+#include "ldstr.h"
 #include "profiles.h"
 #include "log.h"
 #include "encode.h"
