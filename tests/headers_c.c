@@ -15,6 +15,11 @@ int main(void)
     U32 ldstrLetter = 0;
     ok = ok && DX_LdStrGetVersion(ldstrVersion, &ldstrLetter, NULL, NULL) == 0 && ldstrLetter == 88 &&
          sizeof(DX_LDSTR_SLOT) == 12;
+    char pathCopy[8];
+    ZOL_TIMER timer;
+    ZOL_TimerStart(&timer);
+    ok = ok && ZOL_fullpath(pathCopy, "a/b", sizeof pathCopy) == pathCopy && ZOL_PathCmp(pathCopy, "a/b") == 0 &&
+         sizeof(ZOL_TIMER) == 40;
     MemUnlock();
     MemFree(h);
     printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
