@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 rq_need_packages "${RQ_BASE_PACKAGES[@]}" pkg-config libbenchmark-dev libglib2.0-dev \
-    libgmime-3.0-dev libssl-dev libicu-dev libb64-dev
+    libgmime-3.0-dev libssl-dev libicu-dev libb64-dev zlib1g-dev
 
 cmake --preset bench >/dev/null
 cmake --build --preset bench

@@ -10,7 +10,7 @@ int main(void)
     const char *banner = GetRqCoreVerID();
     RQHANDLE h = MemAlloc(16);
     int ok = banner != NULL && strncmp(banner, "\nVarnelLibrary:rqcore", 21) == 0 && h != 0 &&
-             MemLock(h) != NULL;
+             MemLock(h) != NULL && DX_CksumArray(0xFFFF, "123456789", 9) == 0x6F91;
     char ldstrVersion[8];
     U32 ldstrLetter = 0;
     ok = ok && DX_LdStrGetVersion(ldstrVersion, &ldstrLetter, NULL, NULL) == 0 && ldstrLetter == 88 &&

@@ -10,7 +10,7 @@
  *
  * Exit status: 0 done; 1 bad data (a file that cannot be read or written, a
  * malformed definition file, a damaged table or code file, a key that is not
- * in the table); 2 usage (unknown command, wrong arguments, a key that is not
+ * in the table; a failed conversion removes its output file); 2 usage (unknown command, wrong arguments, a key that is not
  * a number).  Messages go to standard error, one line each, naming the file.
  */
 #include "rqcore/rqcore.h"
@@ -31,10 +31,8 @@ static const char kUsage[] =
     "                             in definition-file form\n"
     "  get TABLE KEY              print the text stored under KEY (decimal or 0x hex),\n"
     "                             followed by a newline\n"
-#ifdef RQDATA_CODE_TABLES
     "  encode BINARY CODEFILE     convert a binary file to a code file\n"
     "  decode CODEFILE BINARY     convert a code file back to a binary file\n"
-#endif
     "  --help, -h                 print this text\n"
     "  --version                  print the library's and the formats' versions\n"
     "\n"
@@ -252,62 +250,64 @@ static int cmdGet(const char *path, const char *keyText)
     return EXIT_OK;
 }
 
-#ifdef RQDATA_CODE_TABLES
 static const char *codeWhat(U32 rc)
 {
     switch (rc) {
-    case 0x15366:
+    case DX_CODE_ERR_WRITE:
         return "short write";
-    case 0x15367:
+    case DX_CODE_ERR_READ:
         return "truncated code file";
-    case 0x15368:
+    case DX_CODE_ERR_CHARACTER:
         return "damaged code file: a character outside the code alphabet";
-    case 0x15369:
+    case DX_CODE_ERR_CHECKSUM:
         return "damaged code file: checksum mismatch";
-    case 0x1536A:
-        return "not a code file: unknown version in a block's information line";
-    case 0x15311:
-    case 0x15312:
-    case 0x15313:
-    case 0x15341:
-        return "damaged code file: a block's count does not fit a block";
+    case DX_CODE_ERR_VERSION:
+        return "not a code file, or a damaged one: a block's information line is wrong";
+    case DX_CODE_ERR_COUNT:
+    case DX_CODE_ERR_DECODE_SPACE:
+    case DX_CODE_ERR_DECODE_SIZE:
+    case DX_CODE_ERR_DECODE_TYPE:
+    case DX_CODE_ERR_UNPACK_SPACE:
+    case DX_CODE_ERR_UNPACK_CUT:
+        return "damaged code file: a block's count or packing does not fit a block";
     default:
         return "cannot convert";
     }
 }
 
-/* The two conversions report their open failures with one code per role,
- * swapped between the directions; name the file that failed. */
+/* In both directions 0x15364 names the binary file and 0x15365 the code
+ * file.  A failed conversion leaves no output behind: a half-written file
+ * would pass for a good one. */
+static int conversionFailure(U32 rc, const char *binary, const char *code, int toCode)
+{
+    const char *output = toCode ? code : binary;
+    int outputUnopened = rc == (toCode ? (U32)DX_CODE_ERR_TEXT_FILE : (U32)DX_CODE_ERR_BINARY_FILE);
+    if (rc == DX_CODE_ERR_BINARY_FILE)
+        fprintf(stderr, "rqdata: %s: cannot open for %s (0x%X)\n", binary, toCode ? "reading" : "writing",
+                (unsigned)rc);
+    else if (rc == DX_CODE_ERR_TEXT_FILE)
+        fprintf(stderr, "rqdata: %s: cannot open for %s (0x%X)\n", code, toCode ? "writing" : "reading",
+                (unsigned)rc);
+    else if (rc == DX_CODE_ERR_WRITE)
+        fprintf(stderr, "rqdata: %s: short write (0x%X)\n", output, (unsigned)rc);
+    else
+        fprintf(stderr, "rqdata: %s: %s (0x%X)\n", toCode ? binary : code, codeWhat(rc), (unsigned)rc);
+    if (!outputUnopened)
+        remove(output);
+    return EXIT_DATA;
+}
+
 static int cmdEncode(const char *binary, const char *code)
 {
     U32 rc = DX_CodeBinFileToCharFile(binary, code);
-    if (rc == 0)
-        return EXIT_OK;
-    if (rc == 0x15364)
-        fprintf(stderr, "rqdata: %s: cannot open for reading (0x%X)\n", binary, (unsigned)rc);
-    else if (rc == 0x15365)
-        fprintf(stderr, "rqdata: %s: cannot open for writing (0x%X)\n", code, (unsigned)rc);
-    else
-        fprintf(stderr, "rqdata: %s: %s (0x%X)\n", code, codeWhat(rc), (unsigned)rc);
-    return EXIT_DATA;
+    return rc == 0 ? EXIT_OK : conversionFailure(rc, binary, code, 1);
 }
 
 static int cmdDecode(const char *code, const char *binary)
 {
     U32 rc = DX_CodeCharFileToBinFile(code, binary);
-    if (rc == 0)
-        return EXIT_OK;
-    if (rc == 0x15365)
-        fprintf(stderr, "rqdata: %s: cannot open for reading (0x%X)\n", code, (unsigned)rc);
-    else if (rc == 0x15364)
-        fprintf(stderr, "rqdata: %s: cannot open for writing (0x%X)\n", binary, (unsigned)rc);
-    else if (rc == 0x15366)
-        fprintf(stderr, "rqdata: %s: short write (0x%X)\n", binary, (unsigned)rc);
-    else
-        fprintf(stderr, "rqdata: %s: %s (0x%X)\n", code, codeWhat(rc), (unsigned)rc);
-    return EXIT_DATA;
+    return rc == 0 ? EXIT_OK : conversionFailure(rc, binary, code, 0);
 }
-#endif
 
 struct Command {
     const char *name;
@@ -320,10 +320,8 @@ static const struct Command kCommands[] = {
     {"compile", 2, cmdCompile, NULL},
     {"list", 1, NULL, cmdList},
     {"get", 2, cmdGet, NULL},
-#ifdef RQDATA_CODE_TABLES
     {"encode", 2, cmdEncode, NULL},
     {"decode", 2, cmdDecode, NULL},
-#endif
 };
 
 int main(int argc, char **argv)

@@ -71,6 +71,7 @@ RQ_CODES {
     DX_LIST_ERR_NO_LIST = 0x15040,              /* destroy: no list */
     DX_LIST_ERR_CREATE_NO_MEMORY = 0x15041,     /* create: no memory */
     DX_LIST_ERR_CREATE_ID_SIZE = 0x15042,       /* create: identifier size 0 */
+    DX_LIST_ERR_TEXT = 0x15043,                 /* text to list: separator out of place, or a non-digit in a number */
     DX_LIST_ERR_FLAG_NOT_ALLOWED = 0x15044,     /* set flag: flag or value not allowed */
     DX_LIST_ERR_FLAG_LOCK = 0x15045,            /* set flag: header lock failure */
     DX_LIST_ERR_CMPFCT_LOCK = 0x15046,          /* change compare functions: header lock failure */
@@ -87,6 +88,10 @@ RQ_CODES {
     DX_LIST_ERR_DELETEFROM_LOCK = 0x1507B,      /* delete from: lock failure */
     DX_LIST_ERR_DELETE_LOCK = 0x1507C,          /* delete current: header lock failure */
     DX_LIST_ERR_DELETE_DELETED = 0x1507D,       /* delete current: already deleted */
+    DX_LIST_STORE_END = 0x15084,                /* read-record: no more records (success for DX_ListFileRead) */
+    DX_LIST_ERR_WRITE_ARGUMENT = 0x15086,       /* list write: list, descriptor or a required function missing */
+    DX_LIST_ERR_WRITE_MODE = 0x15087,           /* list write: mode other than 2 or 4 */
+    DX_LIST_ERR_READ_ARGUMENT = 0x15088,        /* list read: descriptor or a required function missing */
     DX_LIST_ERR_NOT_FOUND = 0x15090,            /* not found */
     DX_LIST_ERR_SORT_LOCK = 0x150A0,            /* sort or sortedness test: lock failure */
     DX_LIST_ERR_PARTITION_LOCK_1 = 0x150A1,     /* sort: element lock failures inside a partition, */
@@ -200,6 +205,51 @@ RQ_API U32 DX_ListGetIdSelection(HLIST *result, HLIST source, const void *id) RQ
 RQ_API U32 DX_ListChangeCmpFct(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare) RQ_NOEXCEPT;
 RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare) RQ_NOEXCEPT;
 RQ_API U32 DX_ListIsSorted(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare, U32 *sorted) RQ_NOEXCEPT;
+
+/* ---- List stores and lists from text ------------------------------------------- */
+
+/* Open modes passed to a store's open function. */
+#define DX_LIST_STORE_READ 1u
+#define DX_LIST_STORE_WRITE 2u  /* DX_ListFileWrite accepts 2 and 4 and passes them on */
+#define DX_LIST_STORE_APPEND 4u
+
+/* Field types of DX_ListCreateFromStr. */
+#define DX_LIST_FIELD_TEXT 1u
+#define DX_LIST_FIELD_NUMBER 2u  /* stored as a U32 */
+
+/* A caller's store: the record layout is wholly the business of these
+ * functions; the list hands them one identifier and one data item of its
+ * declared sizes per element.  readRecord returns DX_LIST_STORE_END when
+ * there are no more records. */
+typedef struct DX_LIST_STORE {
+    void *context;
+    U32 (*open)(void *context, U32 mode);
+    U32 (*close)(void *context);
+    U32 (*readRecord)(void *context, void *id, U32 idSize, void *data, U32 dataSize);
+    U32 (*writeRecord)(void *context, const void *id, U32 idSize, const void *data, U32 dataSize);
+} DX_LIST_STORE;
+
+/* Walks the list from its first element (moving its current position) and
+ * writes every element; close is not called after a failing step.  The
+ * argument check looks at readRecord, not writeRecord. */
+RQ_API U32 DX_ListFileWrite(HLIST list, const DX_LIST_STORE *store, U32 mode) RQ_NOEXCEPT;
+/* Opens with mode 1 and appends every record with DX_ListAddLast until
+ * DX_LIST_STORE_END; records added before a failure stay in the list.
+ * The list argument is not checked here: a bad list fails the first add. */
+RQ_API U32 DX_ListFileRead(HLIST list, const DX_LIST_STORE *store) RQ_NOEXCEPT;
+/* Builds a list from "id<field>data<record>id<field>data..." (or "id<record>id..."
+ * when dataSize is 0), parsing text in place: separators become NULs.  On a
+ * failure after creation the list is left with the records added so far and
+ * the caller destroys it.  A number field that does not convert is added with
+ * the value read up to the bad character. */
+RQ_API U32 DX_ListCreateFromStr(HLIST *list, U16 idType, U32 idSize, U16 dataType, U32 dataSize, U32 flags, char *text, char recordSeparator, char fieldSeparator) RQ_NOEXCEPT;
+/* Decimal, or hexadecimal only when text[0] is NUL and text[1] is 'x' or 'X'
+ * (digits from text[2]): so "0x1F" is refused and "\0x1F" is 31.  An empty
+ * text must therefore have one more readable byte after its NUL.  Overflow wraps. */
+RQ_API U32 FromStrToU32(U32 *value, const char *text) RQ_NOEXCEPT;
+/* "A.01.06", "", 65, 1, 5; every pointer may be null; always 0.  name and
+ * version need room for 1 and 8 bytes. */
+RQ_API U32 DX_ListGetVersion(U32 *letter, U32 *major, U32 *minor, char *name, char *version) RQ_NOEXCEPT;
 
 /* ---- Byte and text helpers (no list) -------------------------------------------- */
 

@@ -9,6 +9,8 @@
 #include "sys.h"
 #include "lists.h"
 #include "ldstr.h"
+#include "cksum.h"
+#include "code.h"
 #include "profiles.h"
 #include "log.h"
 #include "encode.h"

@@ -1,0 +1,519 @@
+// List stores, lists from text, the number conversion, and the 16-bit
+// checksum of arrays and files.
+#include "rqtest.h"
+
+#include "rqcore/cksum.h"
+#include "rqcore/lists.h"
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// ---- checksums ---------------------------------------------------------------
+
+// The catalogue's bitwise definition of a reflected CRC: shift right, XOR the
+// reflected polynomial 0x8408 when a one falls out.  Independent of the
+// library's byte formula and tables.
+U16 bitwise(U16 c, const std::vector<U8> &bytes)
+{
+    for (U8 b : bytes) {
+        c ^= b;
+        for (int i = 0; i < 8; ++i)
+            c = (c & 1) != 0 ? static_cast<U16>((c >> 1) ^ 0x8408) : static_cast<U16>(c >> 1);
+    }
+    return c;
+}
+
+U16 byteLoop(U16 c, const U8 *p, size_t n)
+{
+    for (size_t i = 0; i < n; ++i)
+        c = DX_CksumAdd(c, p[i]);
+    return c;
+}
+
+std::vector<U8> randomBytes(size_t n, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    std::vector<U8> v(n);
+    for (U8 &b : v)
+        b = static_cast<U8>(rng());
+    return v;
+}
+
+TEST(Cksum, CatalogueCheckValues)
+{
+    // CRC-16/MCRF4XX (init 0xFFFF) and CRC-16/KERMIT (init 0) over "123456789",
+    // both refin/refout with poly 0x1021 and no final XOR.
+    struct Case {
+        U16 initial;
+        U16 expected;
+    } cases[] = {{0xFFFF, 0x6F91}, {0x0000, 0x2189}};
+    const char *digits = "123456789";
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.initial);
+        EXPECT_EQ(DX_CksumArray(c.initial, digits, 9), c.expected);
+        EXPECT_EQ(DX_CksumArrayLong(c.initial, digits, 9), c.expected);
+        EXPECT_EQ(byteLoop(c.initial, reinterpret_cast<const U8 *>(digits), 9), c.expected);
+        EXPECT_EQ(bitwise(c.initial, std::vector<U8>(digits, digits + 9)), c.expected);
+    }
+}
+
+TEST(Cksum, StepAgreesWithBitwiseDefinitionForEveryByteAndState)
+{
+    for (U32 c = 0; c < 0x10000; c += 0x101) {
+        for (U32 b = 0; b < 256; ++b)
+            ASSERT_EQ(DX_CksumAdd(static_cast<U16>(c), static_cast<U8>(b)),
+                      bitwise(static_cast<U16>(c), {static_cast<U8>(b)}))
+                << c << " " << b;
+    }
+}
+
+TEST(Cksum, SlicedPathIsBitIdenticalToByteLoopAtEveryLengthAndAlignment)
+{
+    std::vector<U8> data = randomBytes(4096 + 64, 7);
+    std::mt19937 rng(11);
+    for (size_t align = 0; align < 16; ++align) {
+        for (size_t n = 0; n <= 200; ++n) {
+            U16 init = static_cast<U16>(rng());
+            const U8 *p = data.data() + align;
+            ASSERT_EQ(DX_CksumArrayLong(init, p, static_cast<U32>(n)), byteLoop(init, p, n)) << align << " " << n;
+        }
+    }
+    for (int i = 0; i < 50; ++i) {
+        size_t align = rng() % 64, n = rng() % 4096;
+        U16 init = static_cast<U16>(rng());
+        const U8 *p = data.data() + align;
+        ASSERT_EQ(DX_CksumArrayLong(init, p, static_cast<U32>(n)), byteLoop(init, p, n));
+        ASSERT_EQ(DX_CksumArray(init, p, static_cast<U16>(n)), byteLoop(init, p, n));
+    }
+    // Long runs: many four-lane folds, then single-lane folds and a table tail.
+    std::vector<U8> big = randomBytes((1 << 20) + 64, 13);
+    for (size_t n : {size_t{1} << 20, (size_t{1} << 20) - 1, size_t{64 * 5 + 16 * 3 + 7}}) {
+        U16 init = static_cast<U16>(rng());
+        ASSERT_EQ(DX_CksumArrayLong(init, big.data() + 3, static_cast<U32>(n)), byteLoop(init, big.data() + 3, n)) << n;
+    }
+}
+
+TEST(Cksum, ShortCountWrapsAt65536)
+{
+    std::vector<U8> data = randomBytes(70000, 3);
+    // The count is 16-bit: 65536 covers nothing, 65537 one byte.
+    U32 counts[] = {65535, 65536, 65537};
+    U16 expected[] = {byteLoop(0xFFFF, data.data(), 65535), 0xFFFF, byteLoop(0xFFFF, data.data(), 1)};
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(DX_CksumArray(0xFFFF, data.data(), static_cast<U16>(counts[i])), expected[i]) << counts[i];
+    EXPECT_EQ(DX_CksumArrayLong(0xFFFF, data.data(), 65536), byteLoop(0xFFFF, data.data(), 65536));
+}
+
+TEST(Cksum, Array32RunsLowHalfForwardAndHighHalfBackward)
+{
+    std::vector<U8> data = randomBytes(300, 5);
+    for (size_t n : {0, 1, 2, 15, 16, 17, 33, 300}) {
+        SCOPED_TRACE(n);
+        std::vector<U8> reversed(data.rbegin() + static_cast<long>(data.size() - n), data.rend());
+        U32 init = 0x1234ABCD;
+        U32 low = byteLoop(0xABCD, data.data(), n);
+        U32 high = byteLoop(0x1234, reversed.data(), n);
+        EXPECT_EQ(DX_CksumArray32(init, data.data(), static_cast<U32>(n)), (high << 16) + low);
+    }
+    // A palindrome gives the same checksum both ways.
+    const char *p = "abcba";
+    U32 both = DX_CksumArray32(0xFFFFFFFF, p, 5);
+    EXPECT_EQ(both >> 16, both & 0xFFFF);
+}
+
+TEST(Cksum, FileChecksums)
+{
+    rqtest::LeakCheck leaks;
+    rqtest::TempDir dir;
+    auto write = [&](const std::string &name, const std::string &bytes) {
+        FILE *f = std::fopen(dir.file(name).c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fwrite(bytes.data(), 1, bytes.size(), f);
+        std::fclose(f);
+    };
+    std::vector<U8> big = randomBytes(5000, 9);  // several 1024-byte blocks and a tail
+    write("digits", "123456789");
+    write("empty", "");
+    write("big", std::string(big.begin(), big.end()));
+    write("block", std::string(1024, 'q'));
+
+    struct Case {
+        const char *name;
+        U32 status;
+        U16 checksum;
+    } cases[] = {
+        {"digits", 0, 0x6F91},
+        {"empty", 0, 0xFFFF},
+        {"big", 0, byteLoop(0xFFFF, big.data(), big.size())},
+        {"block", 0, byteLoop(0xFFFF, reinterpret_cast<const U8 *>(std::string(1024, 'q').data()), 1024)},
+        {"missing", DX_CKSUM_ERR_OPEN, 0x5555},
+        {".", DX_CKSUM_ERR_READ, 0x5555},  // a directory opens but does not read
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string path = std::strcmp(c.name, ".") == 0 ? dir.path() : dir.file(c.name);
+        U16 sum = 0x5555;
+        EXPECT_EQ(DX_CkSumFileCalc(path.c_str(), &sum), c.status);
+        EXPECT_EQ(sum, c.checksum);
+        U32 equal = 7;
+        EXPECT_EQ(DX_CkSumFileEqual(path.c_str(), c.checksum, &equal), c.status);
+        EXPECT_EQ(equal, c.status == 0 ? 1u : 7u);
+        if (c.status == 0) {
+            EXPECT_EQ(DX_CkSumFileEqual(path.c_str(), static_cast<U16>(c.checksum ^ 1), &equal), 0u);
+            EXPECT_EQ(equal, 0u);
+        }
+    }
+    U16 sum = 0;
+    EXPECT_EQ(DX_CksumFile(dir.file("digits").c_str(), 0, &sum), 0u);
+    EXPECT_EQ(sum, 0x2189);
+    EXPECT_EQ(DX_CksumFile(dir.file("digits").c_str(), 0, nullptr), 0u);
+    EXPECT_EQ(DX_CksumFile(nullptr, 0, &sum), DX_CKSUM_ERR_OPEN);
+    std::string digits = dir.file("digits");
+    rqtest::allocationSweep([&] { return DX_CksumFile(digits.c_str(), 0xFFFF, nullptr); },
+                            DX_CKSUM_ERR_NO_MEMORY);
+}
+
+// ---- list stores -----------------------------------------------------------------
+
+// A store over a vector of (id, data) records; it logs every call.
+struct Store {
+    std::vector<std::pair<U32, U32>> records;
+    size_t next = 0;
+    std::string log;
+    U32 failOpen = 0, failClose = 0, failRecord = 0;
+    size_t failAt = 1000;
+
+    static U32 open(void *c, U32 mode)
+    {
+        auto *s = static_cast<Store *>(c);
+        s->log += "open" + std::to_string(mode) + " ";
+        return s->failOpen;
+    }
+    static U32 close(void *c)
+    {
+        auto *s = static_cast<Store *>(c);
+        s->log += "close ";
+        return s->failClose;
+    }
+    static U32 read(void *c, void *id, U32 idSize, void *data, U32 dataSize)
+    {
+        auto *s = static_cast<Store *>(c);
+        EXPECT_EQ(idSize, 4u);
+        EXPECT_EQ(dataSize, 4u);
+        if (s->next == s->failAt)
+            return s->failRecord;
+        if (s->next >= s->records.size())
+            return DX_LIST_STORE_END;
+        std::memcpy(id, &s->records[s->next].first, 4);
+        std::memcpy(data, &s->records[s->next].second, 4);
+        ++s->next;
+        return 0;
+    }
+    static U32 write(void *c, const void *id, U32 idSize, const void *data, U32 dataSize)
+    {
+        auto *s = static_cast<Store *>(c);
+        EXPECT_EQ(idSize, 4u);
+        EXPECT_EQ(dataSize, 4u);
+        if (s->records.size() == s->failAt)
+            return s->failRecord;
+        std::pair<U32, U32> r;
+        std::memcpy(&r.first, id, 4);
+        std::memcpy(&r.second, data, 4);
+        s->records.push_back(r);
+        s->log += "w ";
+        return 0;
+    }
+    DX_LIST_STORE descriptor() { return {this, open, close, read, write}; }
+};
+
+struct List {
+    HLIST h = 0;
+    explicit List(U32 flags = 0) { EXPECT_EQ(DX_ListCreate(&h, 4, 4, flags, nullptr, nullptr), 0u); }
+    ~List() { DX_ListDestroy(&h); }
+    std::vector<std::pair<U32, U32>> cells() const
+    {
+        std::vector<std::pair<U32, U32>> out;
+        std::pair<U32, U32> c;
+        HLIST copy = 0;
+        EXPECT_EQ(DX_ListCopy(&copy, h), 0u);
+        for (U32 s = DX_ListGetFirst(copy, &c.first, &c.second); s == 0; s = DX_ListGetNext(copy, &c.first, &c.second))
+            out.push_back(c);
+        DX_ListDestroy(&copy);
+        return out;
+    }
+};
+
+TEST(ListStore, ArgumentChecksNameTheReaderForBothDirections)
+{
+    List list;
+    Store s;
+    struct Case {
+        const char *what;
+        DX_LIST_STORE d;
+        U32 write, read;
+    } cases[] = {
+        {"open", {&s, nullptr, Store::close, Store::read, Store::write}, DX_LIST_ERR_WRITE_ARGUMENT,
+         DX_LIST_ERR_READ_ARGUMENT},
+        {"close", {&s, Store::open, nullptr, Store::read, Store::write}, DX_LIST_ERR_WRITE_ARGUMENT,
+         DX_LIST_ERR_READ_ARGUMENT},
+        {"read", {&s, Store::open, Store::close, nullptr, Store::write}, DX_LIST_ERR_WRITE_ARGUMENT,
+         DX_LIST_ERR_READ_ARGUMENT},
+        // The writer is not checked: an empty list is written through a store without one.
+        {"write", {&s, Store::open, Store::close, Store::read, nullptr}, 0, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        s.log.clear();
+        EXPECT_EQ(DX_ListFileWrite(list.h, &c.d, 2), c.write);
+        EXPECT_EQ(DX_ListFileRead(list.h, &c.d), c.read);
+        EXPECT_EQ(s.log, c.write == 0 ? "open2 close open1 close " : "");
+    }
+    DX_LIST_STORE d = s.descriptor();
+    EXPECT_EQ(DX_ListFileWrite(0, &d, 2), DX_LIST_ERR_WRITE_ARGUMENT);
+    EXPECT_EQ(DX_ListFileWrite(list.h, nullptr, 2), DX_LIST_ERR_WRITE_ARGUMENT);
+    EXPECT_EQ(DX_ListFileRead(list.h, nullptr), DX_LIST_ERR_READ_ARGUMENT);
+    for (U32 mode : {0u, 1u, 3u, 5u, 6u}) {
+        SCOPED_TRACE(mode);
+        EXPECT_EQ(DX_ListFileWrite(list.h, &d, mode), DX_LIST_ERR_WRITE_MODE);
+    }
+    // A writer missing while the walk has records is refused, not called.
+    U32 one = 1;
+    ASSERT_EQ(DX_ListAddLast(list.h, &one, &one), 0u);
+    DX_LIST_STORE noWriter = {&s, Store::open, Store::close, Store::read, nullptr};
+    EXPECT_EQ(DX_ListFileWrite(list.h, &noWriter, 4), DX_LIST_ERR_WRITE_ARGUMENT);
+}
+
+TEST(ListStore, WriteWalksEveryElementAndReadAppendsInOrder)
+{
+    rqtest::LeakCheck leaks;
+    List out;
+    for (U32 i : {5u, 3u, 9u}) {
+        U32 d = i * 10;
+        ASSERT_EQ(DX_ListAddLast(out.h, &i, &d), 0u);
+    }
+    Store s;
+    DX_LIST_STORE d = s.descriptor();
+    EXPECT_EQ(DX_ListFileWrite(out.h, &d, 4), 0u);
+    EXPECT_EQ(s.log, "open4 w w w close ");
+    List in;
+    s.log.clear();
+    EXPECT_EQ(DX_ListFileRead(in.h, &d), 0u);
+    EXPECT_EQ(s.log, "open1 close ");
+    EXPECT_EQ(in.cells(), out.cells());
+
+    // A sorted list refuses the appends; the failing status comes back and close is not called.
+    List sorted(DX_LIST_SORTED);
+    s.next = 0;
+    s.log.clear();
+    EXPECT_EQ(DX_ListFileRead(sorted.h, &d), DX_LIST_ERR_ADDLAST_SORTED);
+    EXPECT_EQ(s.log, "open1 ");
+    // A unique list refuses a repeated record; the records before it stay.
+    List unique(DX_LIST_UNIQUE);
+    s.records.push_back({3, 1});
+    s.next = 0;
+    EXPECT_EQ(DX_ListFileRead(unique.h, &d), DX_LIST_ERR_DUPLICATE);
+    EXPECT_EQ(unique.cells().size(), 3u);
+}
+
+TEST(ListStore, FirstFailureStopsAndCloseIsSkipped)
+{
+    struct Case {
+        const char *what;
+        U32 failOpen, failClose, failRecord;
+        size_t failAt;
+        U32 expected;
+        const char *writeLog;
+        size_t readCells;
+    } cases[] = {
+        {"open", 0x777, 0, 0, 1000, 0x777, "open2 ", 0},
+        {"close", 0, 0x778, 0, 1000, 0x778, "open2 w w close ", 2},
+        {"second record", 0, 0, 0x779, 1, 0x779, "open2 w ", 1},
+        {"first record", 0, 0, 0x77A, 0, 0x77A, "open2 ", 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        List list;
+        for (U32 i : {1u, 2u})
+            ASSERT_EQ(DX_ListAddLast(list.h, &i, &i), 0u);
+        Store s;
+        s.failOpen = c.failOpen;
+        s.failClose = c.failClose;
+        s.failRecord = c.failRecord;
+        s.failAt = c.failAt;
+        DX_LIST_STORE d = s.descriptor();
+        EXPECT_EQ(DX_ListFileWrite(list.h, &d, 2), c.expected);
+        EXPECT_EQ(s.log, c.writeLog);
+        // Reading back the same store: records before the failure stay.
+        s.records = {{1, 1}, {2, 2}};
+        List in;
+        EXPECT_EQ(DX_ListFileRead(in.h, &d), c.expected);
+        EXPECT_EQ(in.cells().size(), c.readCells);
+    }
+}
+
+TEST(ListStore, AllocationFailures)
+{
+    List list;
+    for (U32 i : {1u, 2u, 3u})
+        ASSERT_EQ(DX_ListAddLast(list.h, &i, &i), 0u);
+    Store s;
+    DX_LIST_STORE d = s.descriptor();
+    rqtest::allocationSweep(
+        [&] {
+            s.records.clear();
+            return DX_ListFileWrite(list.h, &d, 2);
+        },
+        DX_LIST_ERR_ALLOC_NO_MEMORY);
+    rqtest::allocationSweep(
+        [&] {
+            HLIST in = 0;
+            U32 status = DX_ListCreate(&in, 4, 4, 0, nullptr, nullptr);
+            s.next = 0;
+            if (status == 0)
+                status = DX_ListFileRead(in, &d);
+            DX_ListDestroy(&in);
+            return status;
+        },
+        [](U32 status) {
+            EXPECT_TRUE(status == DX_LIST_ERR_CREATE_NO_MEMORY || status == DX_LIST_ERR_ALLOC_NO_MEMORY ||
+                        status == DX_LIST_ERR_ADDFIRST_ELEMENT || status == DX_LIST_ERR_ELEMENT_NO_MEMORY)
+                << std::hex << status;
+        });
+}
+
+// ---- lists from text ----------------------------------------------------------------
+
+TEST(ListFromStr, RecordsFieldsAndTypes)
+{
+    struct Case {
+        const char *text;
+        U16 idType;
+        U16 dataType;
+        U32 dataSize;
+        U32 status;
+        const char *cells;  // "id=data," in chain order: DX_ListAddTo adds at the front
+    } cases[] = {
+        {"a=1;b=2", 1, 1, 8, 0, "b=2,a=1,"},
+        {"a;b", 1, 1, 8, DX_LIST_ERR_TEXT, ""},           // identifier without its field separator
+        {"a=1;b", 1, 1, 8, DX_LIST_ERR_TEXT, "a=1,"},     // second record short
+        {"a=1=2", 1, 1, 8, DX_LIST_ERR_TEXT, ""},         // a field too many
+        {"a=1;", 1, 1, 8, 0, "a=1,"},                     // trailing record separator
+        {"a=;b=2", 1, 1, 8, 0, "b=2,a=,"},                // empty data
+        {"k=12z", 1, 2, 4, 0, "k=#12,"},                  // converted up to the bad character
+        {"k=0x1F", 1, 2, 4, 0, "k=#0,"},                  // the digit zero does not start hex
+        {"k=", 1, 2, 4, 0, "k=#0,"},                      // empty last number field
+        {"7=x;8=y", 2, 1, 8, 0, "#8=y,#7=x,"},
+        {"a=1;b=2", 3, 1, 8, 0, ""},                      // unknown types add nothing, report nothing
+        {"a=1;b=2", 1, 0, 8, 0, ""},
+        {"a;b;c", 1, 0, 0, 0, "c,b,a,"},                  // no data: identifiers only
+        {"a;b=c", 1, 0, 0, DX_LIST_ERR_TEXT, "a,"},
+        {"", 1, 1, 8, 0, ""},
+        {"longidentifier=v", 1, 1, 8, 0, "longide=v,"},   // cut at the identifier size (8 with the NUL)
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        rqtest::LeakCheck leaks;
+        std::string text = c.text;
+        U32 idSize = c.idType == 2 ? 4 : 8;
+        U32 flags = (c.idType == 1 ? DX_LIST_STRING_ID : 0) | (c.dataType == 1 ? DX_LIST_STRING_DATA : 0);
+        HLIST list = 0;
+        EXPECT_EQ(DX_ListCreateFromStr(&list, c.idType, idSize, c.dataType, c.dataSize, flags, text.data(), ';', '='),
+                  c.status);
+        ASSERT_NE(list, 0u);
+        std::string got;
+        char id[9] = {}, data[9] = {};
+        for (U32 s = DX_ListGetFirst(list, id, data); s == 0; s = DX_ListGetFirst(list, id, data)) {
+            U32 n;
+            got += c.idType == 2 ? (std::memcpy(&n, id, 4), "#" + std::to_string(n)) : std::string(id);
+            if (c.dataSize != 0)
+                got += "=" + (c.dataType == 2 ? (std::memcpy(&n, data, 4), "#" + std::to_string(n)) : std::string(data));
+            got += ",";
+            DX_ListDeleteCurrent(list);
+            DX_ListGetNext(list, nullptr, nullptr);
+        }
+        EXPECT_EQ(got, c.cells);
+        DX_ListDestroy(&list);
+    }
+}
+
+TEST(ListFromStr, ErrorsAndAllocationFailures)
+{
+    HLIST list = 5;
+    char text[] = "a=1";
+    EXPECT_EQ(DX_ListCreateFromStr(&list, 1, 0, 1, 8, 0, text, ';', '='), DX_LIST_ERR_CREATE_ID_SIZE);
+    EXPECT_EQ(list, 0u);
+    EXPECT_EQ(DX_ListCreateFromStr(&list, 1, 8, 1, 8, 0, nullptr, ';', '='), 0u);
+    DX_ListDestroy(&list);
+    // A unique list reports the repeated identifier.
+    char dup[] = "a=1;a=2";
+    EXPECT_EQ(DX_ListCreateFromStr(&list, 1, 8, 1, 8, DX_LIST_UNIQUE | DX_LIST_STRING_ID, dup, ';', '='),
+              DX_LIST_ERR_DUPLICATE);
+    DX_ListDestroy(&list);
+    rqtest::allocationSweep(
+        [&] {
+            char t[] = "a=1;b=2;c=3";
+            HLIST l = 0;
+            U32 status = DX_ListCreateFromStr(&l, 1, 8, 2, 4, DX_LIST_STRING_ID, t, ';', '=');
+            DX_ListDestroy(&l);
+            return status;
+        },
+        [](U32 status) {
+            EXPECT_TRUE(status == DX_LIST_ERR_CREATE_NO_MEMORY || status == DX_LIST_ERR_ALLOC_NO_MEMORY ||
+                        status == DX_LIST_ERR_ADDFIRST_ELEMENT)
+                << std::hex << status;
+        });
+}
+
+TEST(ListFromStr, NumberConversion)
+{
+    struct Case {
+        std::string text;  // may hold a leading NUL
+        U32 status;
+        U32 value;
+    } cases[] = {
+        {std::string("123"), 0, 123},
+        {std::string("0x1F"), DX_LIST_ERR_TEXT, 0},  // the 'x' is not a decimal digit
+        {std::string("\0x1F", 4), 0, 31},
+        {std::string("\0XaB", 4), 0, 0xAB},
+        {std::string("\0x1G", 4), DX_LIST_ERR_TEXT, 1},
+        {std::string("\0x", 2), 0, 0},
+        {std::string("\0y12", 4), 0, 0},  // NUL first and no 'x': an empty decimal
+        {std::string("12z4"), DX_LIST_ERR_TEXT, 12},
+        {std::string("-1"), DX_LIST_ERR_TEXT, 0},
+        {std::string("4294967295"), 0, 4294967295u},
+        {std::string("4294967296"), 0, 0},  // wraps
+        {std::string("\0x100000001", 11), 0, 1},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text.c_str() + (c.text[0] == 0));
+        std::string buffer = c.text + std::string(2, '\0');
+        U32 value = 0xDEAD;
+        EXPECT_EQ(FromStrToU32(&value, buffer.data()), c.status);
+        EXPECT_EQ(value, c.value);
+    }
+    U32 value;
+    EXPECT_EQ(FromStrToU32(nullptr, "1"), DX_LIST_ERR_TEXT);
+    EXPECT_EQ(FromStrToU32(&value, nullptr), DX_LIST_ERR_TEXT);
+}
+
+TEST(ListFromStr, VersionKeepsItsMismatchedMinor)
+{
+    U32 letter = 0, major = 0, minor = 0;
+    char name[4] = "xyz", version[16];
+    rqtest::fillJunk(version, sizeof version);
+    EXPECT_EQ(DX_ListGetVersion(&letter, &major, &minor, name, version), 0u);
+    EXPECT_EQ(letter, 65u);
+    EXPECT_EQ(major, 1u);
+    EXPECT_EQ(minor, 5u);  // beside the text's "06"
+    EXPECT_STREQ(name, "");
+    EXPECT_STREQ(version, "A.01.06");
+    EXPECT_EQ(DX_ListGetVersion(nullptr, nullptr, nullptr, nullptr, nullptr), 0u);
+}
+
+}  // namespace
