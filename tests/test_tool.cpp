@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
@@ -144,6 +145,77 @@ TEST_F(Tool, BadFilesNameTheFileAndGiveOne)
     }
 }
 
+TEST_F(Tool, EncodeDecodeRoundTrip)
+{
+    // Sizes around the 256-byte pieces, packable runs and incompressible bytes.
+    const size_t sizes[] = {0, 1, 255, 256, 257, 512, 1500};
+    for (size_t size : sizes) {
+        for (int packable = 0; packable < 2; ++packable) {
+            SCOPED_TRACE(std::to_string(size) + (packable ? " runs" : " mixed"));
+            std::string bytes(size, '\0');
+            U32 x = 12345;
+            for (size_t i = 0; i < size; ++i) {
+                x = x * 1103515245u + 12345u;
+                bytes[i] = static_cast<char>(packable ? (i / 40) & 7 : x >> 24);  // includes the escape byte 7
+            }
+            write("in", bytes);
+            Outcome r = run("encode " + file("in") + " " + file("code"));
+            ASSERT_EQ(r.status, 0) << r.err;
+            std::string code = rqtest::readFile(file("code"));
+            ASSERT_GE(code.size(), 8u + 16u);
+            EXPECT_EQ(code.substr(8, 4), "\n\n1 ") << "the total, then the first information line";
+            EXPECT_EQ(code.find_first_not_of("0123456789ABCDEF"), 8u);
+            r = run("decode " + file("code") + " " + file("out"));
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_TRUE(rqtest::readFile(file("out")) == bytes);
+        }
+    }
+}
+
+TEST_F(Tool, BadCodeFilesLeaveNoOutput)
+{
+    std::string bytes;
+    for (int i = 0; i < 600; ++i)
+        bytes += static_cast<char>(i * 7);
+    write("in", bytes);
+    ASSERT_EQ(run("encode " + file("in") + " " + file("code")).status, 0);
+    const std::string code = rqtest::readFile(file("code"));
+    std::string flipped = code;
+    flipped[40] = static_cast<char>(flipped[40] == '0' ? '1' : '0');  // a character inside the first block
+    std::string outside = code;
+    outside[40] = '~';
+
+    struct Case {
+        std::string arguments;
+        std::string bytes;  // written to "bad" first
+        std::string named;
+        const char *message;
+    };
+    const std::string decode = "decode " + file("bad") + " " + file("out");
+    const Case cases[] = {
+        {decode, code.substr(0, 8), file("bad"), "truncated"},
+        {decode, code.substr(0, code.size() / 2), file("bad"), "truncated"},
+        {decode, "", file("bad"), "truncated"},
+        {decode, flipped, file("bad"), "checksum"},
+        {decode, outside, file("bad"), "outside the code alphabet"},
+        {decode, "[s]\n1 = text that is no code file\n", file("bad"), "not a code file"},
+        {"decode " + file("missing") + " " + file("out"), code, file("missing"), "cannot open for reading"},
+        {"decode " + file("bad") + " " + file("nodir/out"), code, file("nodir/out"), "cannot open for writing"},
+        {"encode " + file("missing") + " " + file("out"), code, file("missing"), "cannot open for reading"},
+        {"encode " + file("in") + " " + file("nodir/out"), code, file("nodir/out"), "cannot open for writing"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.arguments);
+        write("bad", c.bytes);
+        std::remove(file("out").c_str());
+        Outcome r = run(c.arguments);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err.rfind("rqdata: " + c.named + ": ", 0), 0u) << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        EXPECT_FALSE(std::ifstream(file("out")).good()) << "a failed conversion leaves no output";
+    }
+}
+
 TEST_F(Tool, UsageErrorsAndHelp)
 {
     struct Case {
@@ -159,6 +231,8 @@ TEST_F(Tool, UsageErrorsAndHelp)
         {"compile a", 2, "compile takes 2 arguments"},
         {"get a", 2, "get takes 2 arguments"},
         {"get a b c", 2, "get takes 2 arguments"},
+        {"encode a", 2, "encode takes 2 arguments"},
+        {"decode a b c", 2, "decode takes 2 arguments"},
         {"--help", 0, ""},
         {"-h", 0, ""},
     };
