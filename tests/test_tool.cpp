@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <sys/wait.h>
@@ -116,6 +117,22 @@ TEST_F(Tool, BadFilesNameTheFileAndGiveOne)
     zero[4] = zero[5] = zero[6] = zero[7] = '\0';  // a slot count of 0
     write("zero", zero);
     write("cut", table.substr(0, table.size() - 5));  // the table runs past the end
+    // Key 1001's stored length forged: past the file, and absurdly long.
+    auto forged = [&](U32 length) {
+        std::string t = table;
+        U32 offset = 0, slots = 0;
+        std::memcpy(&offset, t.data(), 4);
+        std::memcpy(&slots, t.data() + 4, 4);
+        for (U32 i = 0; i < slots && offset + 12 * (i + 1) <= t.size(); ++i) {
+            U32 key = 0;
+            std::memcpy(&key, t.data() + offset + 12 * i + 4, 4);
+            if (key == 1001)
+                std::memcpy(t.data() + offset + 12 * i + 8, &length, 4);
+        }
+        return t;
+    };
+    write("long", forged(static_cast<U32>(table.size())));
+    write("huge", forged(0xFFFFFFFFu));
     write("nosection", "1 = x\n");
     write("twice", "[s]\n1 = x\n1 = y\n");
 
@@ -129,6 +146,9 @@ TEST_F(Tool, BadFilesNameTheFileAndGiveOne)
         {"list " + file("short"), file("short"), "shorter than its header"},
         {"list " + file("zero"), file("zero"), "not a string table"},
         {"get " + file("cut") + " 1001", file("cut"), "not a string table"},
+        {"get " + file("long") + " 1001", file("long"), "past the end of the file"},
+        {"get " + file("huge") + " 1001", file("huge"), "past the end of the file"},
+        {"list " + file("huge"), file("huge"), "key 1001: damaged string table"},
         {"list " + file("def"), file("def"), "not a string table"},
         {"compile " + file("missing") + " " + file("o"), file("missing"), "Cannot read definition file"},
         {"compile " + file("nosection") + " " + file("o"), file("nosection"), "Missing section declarator"},
@@ -139,7 +159,7 @@ TEST_F(Tool, BadFilesNameTheFileAndGiveOne)
         SCOPED_TRACE(c.arguments);
         Outcome r = run(c.arguments);
         EXPECT_EQ(r.status, 1);
-        EXPECT_EQ(r.out.find("[strings]\n7"), std::string::npos) << "no listing from a bad file";
+        EXPECT_EQ(r.out.find("1001 = "), std::string::npos) << "no text from a bad record";
         EXPECT_EQ(r.err.rfind("rqdata: " + c.named + ": ", 0), 0u) << r.err;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
     }

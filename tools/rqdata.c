@@ -112,13 +112,28 @@ static int cmdCompile(const char *definition, const char *table)
     return EXIT_DATA;
 }
 
-/* Loads one key's text into a fresh buffer (free with free()). */
-static U32 loadText(DX_LDSTR *h, U32 key, char **text, U32 *length)
+/* Opens a table for reading, with the file's size to check stored lengths by. */
+static U32 openTable(DX_LDSTR *h, const char *path, U32 *fileSize)
+{
+    U32 rc;
+    memset(h, 0, sizeof *h);
+    rc = DX_LdStrOpen(h, path, 0, LDSTR_MODE_READ);
+    if (rc == 0 && FileSizeGet(path, fileSize) != 0)
+        rc = LDSTR_ERR_READ_HEADER;
+    return rc;
+}
+
+/* Loads one key's text into a fresh buffer (free with free()).  A stored
+ * length is untrusted: one longer than the whole file is refused before any
+ * buffer is sized by it. */
+static U32 loadText(DX_LDSTR *h, U32 fileSize, U32 key, char **text, U32 *length)
 {
     char *buffer;
     U32 rc = DX_LdStrTextLength(h, key, length);
     if (rc != 0)
         return rc;
+    if (*length >= fileSize)
+        return LDSTR_ERR_LOAD_TEXT;
     buffer = (char *)malloc((size_t)*length + 1);
     if (buffer == NULL)
         return LDSTR_ERR_HT_MEMORY;
@@ -181,10 +196,9 @@ static int cmdList(const char *path)
 {
     DX_LDSTR h;
     struct KeyList list = {NULL, 0, 0};
-    U32 rc, i;
+    U32 rc, i, fileSize = 0;
     int status = EXIT_OK;
-    memset(&h, 0, sizeof h);
-    rc = DX_LdStrOpen(&h, path, 0, LDSTR_MODE_READ);
+    rc = openTable(&h, path, &fileSize);
     if (rc != 0) {
         DX_LdStrRelease(&h);
         return tableFailure(path, rc);
@@ -206,7 +220,7 @@ static int cmdList(const char *path)
     for (i = 0; i < list.count; ++i) {
         char *text = NULL;
         U32 length = 0;
-        rc = loadText(&h, list.keys[i], &text, &length);
+        rc = loadText(&h, fileSize, list.keys[i], &text, &length);
         if (rc != 0) {
             fflush(stdout);
             fprintf(stderr, "rqdata: %s: key %u: %s (0x%X)\n", path, (unsigned)list.keys[i], ldstrWhat(rc),
@@ -227,16 +241,15 @@ static int cmdList(const char *path)
 static int cmdGet(const char *path, const char *keyText)
 {
     DX_LDSTR h;
-    U32 key = 0, rc, length = 0;
+    U32 key = 0, rc, length = 0, fileSize = 0;
     char *text = NULL;
     if (!parseKey(keyText, &key)) {
         fprintf(stderr, "rqdata: bad key \"%s\": a number from 1 to 4294967295 (decimal or 0x hex)\n", keyText);
         return EXIT_USAGE;
     }
-    memset(&h, 0, sizeof h);
-    rc = DX_LdStrOpen(&h, path, 0, LDSTR_MODE_READ);
+    rc = openTable(&h, path, &fileSize);
     if (rc == 0)
-        rc = loadText(&h, key, &text, &length);
+        rc = loadText(&h, fileSize, key, &text, &length);
     DX_LdStrRelease(&h);
     if (rc == LDSTR_ERR_LOAD_ABSENT) {
         fprintf(stderr, "rqdata: %s: key %u not found\n", path, (unsigned)key);
