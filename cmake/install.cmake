@@ -70,9 +70,16 @@ endif()
 # Installed programs find the data beside them (bin/../share/rqcore).
 file(RELATIVE_PATH RQ_BIN_TO_DATA "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_DATADIR}/rqcore")
 
-# Every program under examples/ (the demo) goes to bin/.
+# Every program under examples/ (the demo) and tools/ (rqdata) goes to bin/.
+set(RQ_PROGRAM_DIRS)
 if(RQ_BUILD_EXAMPLES)
-    get_property(RQ_PROGRAMS DIRECTORY examples PROPERTY BUILDSYSTEM_TARGETS)
+    list(APPEND RQ_PROGRAM_DIRS examples)
+endif()
+if(RQ_BUILD_TOOLS)
+    list(APPEND RQ_PROGRAM_DIRS tools)
+endif()
+foreach(dir IN LISTS RQ_PROGRAM_DIRS)
+    get_property(RQ_PROGRAMS DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
     foreach(program IN LISTS RQ_PROGRAMS)
         get_target_property(type ${program} TYPE)
         if(type STREQUAL "EXECUTABLE")
@@ -81,7 +88,7 @@ if(RQ_BUILD_EXAMPLES)
             install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
         endif()
     endforeach()
-endif()
+endforeach()
 
 # ---- checks of the installed library ------------------------------------------
 # Both run in the x86_64 and i386 test presets: a program outside the source

@@ -433,9 +433,13 @@ TEST(ListFromStr, RecordsFieldsAndTypes)
         char id[9] = {}, data[9] = {};
         for (U32 s = DX_ListGetFirst(list, id, data); s == 0; s = DX_ListGetFirst(list, id, data)) {
             U32 n;
-            got += c.idType == 2 ? (std::memcpy(&n, id, 4), "#" + std::to_string(n)) : std::string(id);
+            // Appended piece by piece: g++ 12 at -O3 reports a false -Wrestrict on "text" + temporary.
+            got.append(c.idType == 2 ? (std::memcpy(&n, id, 4), std::string("#").append(std::to_string(n)))
+                                     : std::string(id));
             if (c.dataSize != 0)
-                got += "=" + (c.dataType == 2 ? (std::memcpy(&n, data, 4), "#" + std::to_string(n)) : std::string(data));
+                got.append("=").append(c.dataType == 2
+                                           ? (std::memcpy(&n, data, 4), std::string("#").append(std::to_string(n)))
+                                           : std::string(data));
             got += ",";
             DX_ListDeleteCurrent(list);
             DX_ListGetNext(list, nullptr, nullptr);

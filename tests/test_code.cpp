@@ -285,7 +285,7 @@ TEST(Code, DecodeRefusals)
         {"U with scratch", '1', 'U', chars, 0, 200, true, DX_CODE_ERR_DECODE_TYPE},
         {"U without scratch", '1', 'U', chars, 0, 200, false, 0},
         {"checksum", '1', '-', chars, 1, 200, false, DX_CODE_ERR_CHECKSUM},
-        {"below the alphabet", '1', '-', "/" + chars.substr(1), 0, 200, false, DX_CODE_ERR_CHARACTER},
+        {"below the alphabet", '1', '-', std::string("/").append(chars, 1), 0, 200, false, DX_CODE_ERR_CHARACTER},
         {"above the alphabet", '1', '-', chars.substr(0, 5) + "p" + chars.substr(6), 0, 200, false,
          DX_CODE_ERR_CHARACTER},
         {"two newlines", '1', '-', chars.substr(0, 79) + "\n" + chars.substr(79), 0, 200, false,

@@ -392,7 +392,7 @@ TEST_F(Catalog, WriteAndReadBack)
     rqtest::LeakCheck leaks;
     std::string longList = "{";
     for (int i = 0; i < 60; ++i)
-        longList += (i ? "," : "") + std::string("item") + std::to_string(i);
+        longList.append(i ? "," : "").append("item").append(std::to_string(i));
     longList += "}";
     std::string quotedList = "{\"a, b\",c d, \"e\"}";
     struct Entry { const char *section; const char *key; std::string value; } entries[] = {

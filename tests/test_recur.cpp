@@ -56,7 +56,7 @@ std::string dates(HLIST out)
     DX_DATE d;
     for (U32 rc = DX_ListGetFirst(out, &id, &d); rc == 0; rc = DX_ListGetNext(out, &id, &d), ++expected) {
         EXPECT_EQ(id, expected);
-        s += (s.empty() ? "" : " ") + text(d);
+        s.append(s.empty() ? "" : " ").append(text(d));
     }
     return s;
 }

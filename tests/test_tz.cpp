@@ -513,7 +513,7 @@ TEST(TZ, TenThousandZones)
     Rules r(text);
     ASSERT_EQ(r.status, 0u);
     for (int n = 0; n < 10000; n += 97) {
-        std::string zone = "Z" + std::to_string(n) + "-1ZD";
+        std::string zone = std::string("Z").append(std::to_string(n)).append("-1ZD");
         char name[81];
         ASSERT_EQ(DX_TZFind(r.handle, zone.c_str(), name, sizeof name, nullptr, 0), 0u);
         EXPECT_EQ(std::string(name), "zone " + std::to_string(n));

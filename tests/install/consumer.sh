@@ -76,5 +76,10 @@ if [ -x "$prefix/bin/rqcore_demo" ]; then
     # The zone file and catalogs were found: the first occurrence in UTC.
     grep -q "Tue Nov 24, 2026 8:00 UTC" "$work/demo.log" || { cat "$work/demo.log"; fail "installed demo: no calendar lines"; }
 fi
+# The installed data tool runs without the build tree's libraries.
+if [ -x "$prefix/bin/rqdata" ]; then
+    env -u LD_LIBRARY_PATH "$prefix/bin/rqdata" --version >"$work/rqdata.log" 2>&1 \
+        || { cat "$work/rqdata.log"; fail "installed rqdata failed"; }
+fi
 rm -rf "$work"
 echo "consumer check: installed, built with pkg-config and find_package, ran"
