@@ -83,13 +83,13 @@ U32 makeElement(const Header &h, RQHANDLE *element, const void *id, const void *
     uint64_t size = 4ull + dataLen + pad4(dataLen) + idLen + kElementSlack;
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ELEMENT_HEADER;
-    RQHANDLE handle = MemAlloc(static_cast<U32>(size));
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
     if (handle == 0)
         return DX_LIST_ERR_ELEMENT_NO_MEMORY;
     {
         ElementLock e(handle);
         if (!e) {
-            MemFree(handle);
+            rq::handle::release(handle);
             return DX_LIST_ERR_ELEMENT_LOCK;
         }
         // Clear everything past the link: a missing data item reads as zeros,
@@ -157,7 +157,7 @@ bool unlinkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept
     } else if (h.prev == e) {
         h.prev = before;
     }
-    MemFree(e);
+    rq::handle::release(e);
     return true;
 }
 
@@ -178,7 +178,7 @@ U32 alwaysAddLast(Header &h, const void *id, const void *data) noexcept
     if (makeElement(h, &e, id, data, 0) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, h.last, e)) {
-        MemFree(e);
+        rq::handle::release(e);
         return DX_LIST_ERR_ADDLAST_LAST_LOCK;
     }
     return 0;
@@ -233,7 +233,7 @@ U32 alwaysAddBefore(Header &h, const void *refId, const void *refData, const voi
     if (makeElement(h, &e, id, data, found) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, before, e)) {
-        MemFree(e);
+        rq::handle::release(e);
         return DX_LIST_ERR_ADDBEFORE_PRED_LOCK;
     }
     return 0;
@@ -256,7 +256,7 @@ U32 alwaysAddAfter(Header &h, const void *refId, const void *refData, const void
     if (makeElement(h, &e, id, data, after) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, found, e)) {
-        MemFree(e);
+        rq::handle::release(e);
         return DX_LIST_ERR_ADDAFTER_REF_LOCK;
     }
     return 0;
@@ -273,7 +273,7 @@ bool freeChain(RQHANDLE e) noexcept
                 return false;
             next = nextOf(el.get());
         }
-        MemFree(e);
+        rq::handle::release(e);
         e = next;
     }
     return true;
@@ -307,13 +307,13 @@ RQ_API U32 DX_ListCreate(HLIST *list, U32 idSize, U32 dataSize, U32 flags, DX_LI
         return DX_LIST_ERR_CREATE_ID_SIZE;
     if (dataSize == 0)
         flags |= DX_LIST_NODATA;
-    RQHANDLE handle = MemAlloc(sizeof(Header));
+    RQHANDLE handle = rq::handle::alloc(sizeof(Header));
     if (handle == 0)
         return DX_LIST_ERR_CREATE_NO_MEMORY;
     {
         HeaderLock h(handle);
         if (!h) {
-            MemFree(handle);
+            rq::handle::release(handle);
             return DX_LIST_ERR_CREATE_NO_MEMORY;
         }
         *h.get() = Header{};
@@ -339,7 +339,7 @@ RQ_API U32 DX_ListDestroy(HLIST *list) noexcept
             return DX_LIST_ERR_NO_LIST;
         first = h->first;
     }
-    MemFree(*list);
+    rq::handle::release(*list);
     *list = 0;
     return freeChain(first) ? 0 : U32{DX_LIST_ERR_NO_LIST};
 }
@@ -376,13 +376,13 @@ RQ_API U32 DX_ListAlloc(HLIST list, RQHANDLE *handle, void **address, U32 which)
     }
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ALLOC_NO_MEMORY;
-    RQHANDLE block = MemAlloc(static_cast<U32>(size));
+    RQHANDLE block = rq::handle::alloc(static_cast<U32>(size));
     if (block == 0)
         return DX_LIST_ERR_ALLOC_NO_MEMORY;
     // Stays locked while the caller uses it; DX_ListFree unlocks it.
-    void *p = MemLock(block);
+    void *p = rq::handle::lock(block);
     if (p == nullptr) {
-        MemFree(block);
+        rq::handle::release(block);
         return DX_LIST_ERR_ALLOC_NO_MEMORY;
     }
     *handle = block;
@@ -395,8 +395,8 @@ RQ_API U32 DX_ListFree(RQHANDLE handle) noexcept
 {
     if (handle == 0)
         return 0;
-    MemUnlock();
-    return MemFree(handle);
+    rq::handle::unlock();
+    return rq::handle::release(handle);
 }
 
 RQ_API U32 DX_ListCreateElement(HLIST list, RQHANDLE *element, const void *id, const void *data,

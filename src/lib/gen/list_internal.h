@@ -7,6 +7,7 @@
 #ifndef RQ_LIST_INTERNAL_H
 #define RQ_LIST_INTERNAL_H
 
+#include "internal/rq_handle.h"
 #include "rqcore/frame.h"
 #include "rqcore/lists.h"
 
@@ -30,15 +31,16 @@ struct Header {
 
 constexpr U32 kElementSlack = 8;
 
-// One lock of a handle's block, released when the guard goes.
+// One lock of a handle's block, released when the guard goes.  The hidden
+// forms of MemLock/MemUnlock: the lookup inlines into every walk.
 template <typename T>
 class Locked {
 public:
-    explicit Locked(RQHANDLE h) noexcept : p_(static_cast<T *>(MemLock(h))) {}
+    explicit Locked(RQHANDLE h) noexcept : p_(static_cast<T *>(rq::handle::lock(h))) {}
     ~Locked()
     {
         if (p_ != nullptr)
-            MemUnlock();
+            rq::handle::unlock();
     }
     Locked(const Locked &) = delete;
     Locked &operator=(const Locked &) = delete;

@@ -52,7 +52,7 @@ U32 addSorted(Header &h, const void *id, const void *data) noexcept
     if (makeElement(h, &fresh, id, data, cur) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, prev, fresh)) {
-        MemFree(fresh);
+        rq::handle::release(fresh);
         return DX_LIST_ERR_ADDSORT;
     }
     return 0;
