@@ -14,12 +14,11 @@
 
 namespace rq::list {
 
-bool findElement(const Header &h, const void *id, const void *refData, RQHANDLE *before, RQHANDLE *found,
-                 bool *lockFailed) noexcept
+namespace {
+
+template <typename Match>
+bool findMatching(const Header &h, Match match, RQHANDLE *before, RQHANDLE *found, bool *lockFailed) noexcept
 {
-    *lockFailed = false;
-    if (id == nullptr)
-        return false;
     RQHANDLE prev = 0;
     for (RQHANDLE cur = h.first; cur != 0;) {
         ElementLock e(cur);
@@ -27,9 +26,7 @@ bool findElement(const Header &h, const void *id, const void *refData, RQHANDLE 
             *lockFailed = true;
             return false;
         }
-        bool match = refData == nullptr ? h.idCmp(idOf(h, e.get()), id, h.idSize) == 0
-                                        : cellCompare(h, idOf(h, e.get()), dataOf(e.get()), id, refData) == 0;
-        if (match) {
+        if (match(e.get())) {
             *before = prev;
             *found = cur;
             return true;
@@ -38,6 +35,25 @@ bool findElement(const Header &h, const void *id, const void *refData, RQHANDLE 
         cur = nextOf(e.get());
     }
     return false;
+}
+
+}  // namespace
+
+bool findElement(const Header &h, const void *id, const void *refData, RQHANDLE *before, RQHANDLE *found,
+                 bool *lockFailed) noexcept
+{
+    *lockFailed = false;
+    if (id == nullptr)
+        return false;
+    if (refData == nullptr)
+        return withOrder(h.idCmp, [&](auto order) noexcept {
+            auto match = [&](const U8 *e) noexcept { return order(idOf(h, e), id, h.idSize) == 0; };
+            return findMatching(h, match, before, found, lockFailed);
+        });
+    return withCellOrder(h, [&](auto cell) noexcept {
+        auto match = [&](const U8 *e) noexcept { return cell(idOf(h, e), dataOf(e), id, refData) == 0; };
+        return findMatching(h, match, before, found, lockFailed);
+    });
 }
 
 // Writes data and identifier into an element; the identifier goes after the

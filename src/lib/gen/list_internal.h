@@ -104,6 +104,86 @@ inline S32 cellCompare(const Header &h, const void *idA, const void *dataA, cons
     return h.dataCmp(dataA, dataB, h.dataSize);
 }
 
+// The walks compare on every element.  For the two default compare
+// functions of fixed-size items the order is computed in line, with the
+// very results the functions give; any other function is called.
+struct S32Order {
+    S32 operator()(const void *a, const void *b, U32) const noexcept
+    {
+        S32 x, y;
+        std::memcpy(&x, a, sizeof x);
+        std::memcpy(&y, b, sizeof y);
+        return x < y ? -1 : (x > y ? 1 : 0);
+    }
+};
+
+struct ByteOrder {
+    S32 operator()(const void *a, const void *b, U32 n) const noexcept
+    {
+        const unsigned char *pa = static_cast<const unsigned char *>(a);
+        const unsigned char *pb = static_cast<const unsigned char *>(b);
+        if (n == 4) {
+            U32 x, y;
+            std::memcpy(&x, a, sizeof x);
+            std::memcpy(&y, b, sizeof y);
+            if (x == y)
+                return 0;
+            // Both targets are little-endian: the lowest differing bit is
+            // in the first differing byte.
+            unsigned k = static_cast<unsigned>(__builtin_ctz(x ^ y)) >> 3;
+            return static_cast<S32>(pa[k]) - static_cast<S32>(pb[k]);
+        }
+        if (n == 0 || std::memcmp(a, b, n) == 0)
+            return 0;
+        while (*pa == *pb) {
+            ++pa;
+            ++pb;
+        }
+        return static_cast<S32>(*pa) - static_cast<S32>(*pb);
+    }
+};
+
+struct CallOrder {
+    DX_LIST_CMPFCT fn;
+    S32 operator()(const void *a, const void *b, U32 n) const noexcept { return fn(a, b, n); }
+};
+
+// Calls body with the order object standing for `fn`.
+template <typename Body>
+inline auto withOrder(DX_LIST_CMPFCT fn, Body &&body) noexcept
+{
+    if (fn == DX_MemS32Cmp)
+        return body(S32Order{});
+    if (fn == DX_MemCmp)
+        return body(ByteOrder{});
+    return body(CallOrder{fn});
+}
+
+// cellCompare with the list's two functions resolved once.
+template <typename IdOrder, typename DataOrder>
+struct CellOrder {
+    const Header &h;
+    IdOrder idOrder;
+    DataOrder dataOrder;
+    S32 operator()(const void *idA, const void *dataA, const void *idB, const void *dataB) const noexcept
+    {
+        S32 c = idOrder(idA, idB, h.idSize);
+        if (c != 0 || dataA == nullptr || dataB == nullptr)
+            return c;
+        return dataOrder(dataA, dataB, h.dataSize);
+    }
+};
+
+template <typename Body>
+inline auto withCellOrder(const Header &h, Body &&body) noexcept
+{
+    return withOrder(h.idCmp, [&](auto idOrder) noexcept {
+        return withOrder(h.dataCmp, [&](auto dataOrder) noexcept {
+            return body(CellOrder<decltype(idOrder), decltype(dataOrder)>{h, idOrder, dataOrder});
+        });
+    });
+}
+
 // Copies an identifier or data item as the list stores it: a bounded text
 // (zero-filled to `size`) or `size` bytes.
 inline void copyItem(void *dest, const void *src, U32 size, bool text) noexcept

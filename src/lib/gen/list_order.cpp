@@ -13,6 +13,29 @@
 
 namespace rq::list {
 
+namespace {
+
+// The place for (id, data) in a sorted list: after *prev, before *cur.
+// False when an element could not be locked.
+template <typename Compare>
+bool sortedPlace(const Header &h, Compare compare, RQHANDLE *prev, RQHANDLE *cur) noexcept
+{
+    *prev = 0;
+    *cur = h.first;
+    while (*cur != 0) {
+        ElementLock e(*cur);
+        if (!e)
+            return false;
+        if (compare(e.get()) >= 0)
+            break;
+        *prev = *cur;
+        *cur = nextOf(e.get());
+    }
+    return true;
+}
+
+}  // namespace
+
 U32 addSorted(Header &h, const void *id, const void *data) noexcept
 {
     if (h.first == 0)
@@ -20,30 +43,28 @@ U32 addSorted(Header &h, const void *id, const void *data) noexcept
     // Lists that refuse or ignore duplicate identifiers order on the
     // identifier alone.
     bool idOnly = (h.flags & (DX_LIST_UNIQUE | DX_LIST_IGNORE_DUP)) != 0;
-    auto compare = [&](const U8 *e) noexcept {
-        return idOnly ? h.idCmp(idOf(h, e), id, h.idSize) : cellCompare(h, idOf(h, e), dataOf(e), id, data);
-    };
-    {
-        // Sorting after the last element needs no walk: in-order loading
-        // (copies of sorted lists) stays linear.
-        ElementLock last(h.last);
-        if (!last)
-            return DX_LIST_ERR_ADDSORT;
-        if (compare(last.get()) < 0)
-            return alwaysAddLast(h, id, data);
-    }
-    // Callers rely on this: a new element equal to existing ones goes
-    // before the first of them.
-    RQHANDLE prev = 0, cur = h.first;
-    while (cur != 0) {
-        ElementLock e(cur);
-        if (!e)
-            return DX_LIST_ERR_ADDSORT;
-        if (compare(e.get()) >= 0)
-            break;
-        prev = cur;
-        cur = nextOf(e.get());
-    }
+    RQHANDLE prev = 0, cur = 0;
+    U32 status = withCellOrder(h, [&](auto cell) noexcept -> U32 {
+        auto compare = [&](const U8 *e) noexcept {
+            return idOnly ? cell.idOrder(idOf(h, e), id, h.idSize) : cell(idOf(h, e), dataOf(e), id, data);
+        };
+        {
+            // Sorting after the last element needs no walk: in-order loading
+            // (copies of sorted lists) stays linear.
+            ElementLock last(h.last);
+            if (!last)
+                return DX_LIST_ERR_ADDSORT;
+            if (compare(last.get()) < 0) {
+                prev = h.last;
+                return 0;
+            }
+        }
+        // Callers rely on this: a new element equal to existing ones goes
+        // before the first of them.
+        return sortedPlace(h, compare, &prev, &cur) ? 0 : U32{DX_LIST_ERR_ADDSORT};
+    });
+    if (status != 0)
+        return status;
     if (cur == 0)
         return alwaysAddLast(h, id, data);
     if (prev == 0)

@@ -45,14 +45,16 @@ void swapContents(const Header &h, U8 *a, U8 *b) noexcept
     }
 }
 
-S32 compareElements(const Header &h, const U8 *a, const U8 *b) noexcept
+template <typename Cell>
+S32 compareElements(const Header &h, const Cell &cell, const U8 *a, const U8 *b) noexcept
 {
-    return cellCompare(h, idOf(h, a), dataOf(a), idOf(h, b), dataOf(b));
+    return cell(idOf(h, a), dataOf(a), idOf(h, b), dataOf(b));
 }
 
 // Partitions one segment around its last element.  left/right get count 0
 // when that part needs no further sorting.
-U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right) noexcept
+template <typename Cell>
+U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *left, Segment *right) noexcept
 {
     *left = Segment{};
     *right = Segment{};
@@ -67,7 +69,7 @@ U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right
         if (!e)
             return DX_LIST_ERR_PARTITION_LOCK_2;
         RQHANDLE next = nextOf(e.get());
-        S32 c = compareElements(h, e.get(), pivot.get());
+        S32 c = compareElements(h, cell, e.get(), pivot.get());
         anyUnequal = anyUnequal || c != 0;
         if (c <= 0) {
             RQHANDLE afterStore = next;
@@ -160,7 +162,9 @@ RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT
             return status;
         Segment seg{id[0], id[1], id[2]}, left, right;
         if (seg.count >= 2) {
-            if ((status = partition(h, seg, &left, &right)) != 0)
+            status = withCellOrder(
+                h, [&](const auto &cell) noexcept { return partition(h, cell, seg, &left, &right); });
+            if (status != 0)
                 return status;
         } else {
             left = right = Segment{};
@@ -195,7 +199,7 @@ RQ_API U32 DX_ListIsSorted(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT 
         ElementLock a(prev), b(cur);
         if (!a || !b)
             return DX_LIST_ERR_SORT_LOCK;
-        if (compareElements(h, a.get(), b.get()) > 0)
+        if (cellCompare(h, idOf(h, a.get()), dataOf(a.get()), idOf(h, b.get()), dataOf(b.get())) > 0)
             return 0;
         prev = cur;
         cur = nextOf(b.get());
