@@ -64,13 +64,13 @@ void writeContents(const Header &h, U8 *e, const void *id, const void *data) noe
         if ((h.flags & DX_LIST_STRING_DATA) != 0)
             DX_MemStrnCopy(dataOf(e), data, textLength(data, h.dataSize));
         else
-            std::memcpy(dataOf(e), data, h.dataSize);
+            copyFixed(dataOf(e), data, h.dataSize);
     }
     if (id != nullptr) {
         if ((h.flags & DX_LIST_STRING_ID) != 0)
             DX_MemStrnCopy(idOf(h, e), id, textLength(id, h.idSize));
         else
-            std::memcpy(idOf(h, e), id, h.idSize);
+            copyFixed(idOf(h, e), id, h.idSize);
     }
 }
 

@@ -184,14 +184,24 @@ inline auto withCellOrder(const Header &h, Body &&body) noexcept
     });
 }
 
+// Copies `size` bytes of a fixed-size item; the common 32-bit item is
+// copied in line rather than by a call into the C library.
+inline void copyFixed(void *dest, const void *src, U32 size) noexcept
+{
+    if (size == 4)
+        std::memcpy(dest, src, 4);
+    else if (size != 0)
+        std::memcpy(dest, src, size);
+}
+
 // Copies an identifier or data item as the list stores it: a bounded text
 // (zero-filled to `size`) or `size` bytes.
 inline void copyItem(void *dest, const void *src, U32 size, bool text) noexcept
 {
     if (text)
         DX_MemStrnCopy(dest, src, size);
-    else if (size != 0)
-        std::memcpy(dest, src, size);
+    else
+        copyFixed(dest, src, size);
 }
 
 // Copies an element's identifier and data out to the caller's buffers.
