@@ -19,20 +19,24 @@ namespace {
 template <typename Match>
 bool findMatching(const Header &h, Match match, RQHANDLE *before, RQHANDLE *found, bool *lockFailed) noexcept
 {
-    RQHANDLE prev = 0;
-    for (RQHANDLE cur = h.first; cur != 0;) {
-        ElementLock e(cur);
-        if (!e) {
+    U32 hints = hintOffset(h);
+    RQHANDLE prev = 0, cur = h.first;
+    const U8 *e = cur != 0 ? static_cast<const U8 *>(rq::handle::lock(cur)) : nullptr;
+    while (cur != 0) {
+        if (e == nullptr) {
             *lockFailed = true;
             return false;
         }
-        if (match(e.get())) {
+        bool hit = match(e);
+        rq::handle::unlock();
+        if (hit) {
             *before = prev;
             *found = cur;
             return true;
         }
         prev = cur;
-        cur = nextOf(e.get());
+        cur = nextOf(e);
+        e = follow(hints, e, cur);
     }
     return false;
 }
@@ -111,7 +115,7 @@ U32 makeElement(const Header &h, RQHANDLE *element, const void *id, const void *
         // Clear everything past the link: a missing data item reads as zeros,
         // and padding never holds stale bytes.
         std::memset(e.get(), 0, static_cast<size_t>(size));
-        setNext(e.get(), next);
+        setNext(h, e.get(), next);
         writeContents(h, e.get(), id, data);
     }
     *element = handle;
@@ -133,7 +137,7 @@ bool linkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept
         ElementLock b(before);
         if (!b)
             return false;
-        setNext(b.get(), e);
+        setNext(h, b.get(), e);
     }
     if (after == 0)
         h.last = e;
@@ -160,7 +164,7 @@ bool unlinkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept
         ElementLock b(before);
         if (!b)
             return false;
-        setNext(b.get(), after);
+        setNext(h, b.get(), after);
     }
     if (h.last == e)
         h.last = before;
@@ -585,8 +589,8 @@ RQ_API U32 DX_ListPriorityGet(HLIST list, const void *id, void *dataOut) noexcep
         return DX_LIST_ERR_PRIORITY_LOCK;
     RQHANDLE after = nextOf(e.get());
     RQHANDLE oldFirst = h->first;
-    setNext(b.get(), after);
-    setNext(e.get(), oldFirst);
+    setNext(*h.get(), b.get(), after);
+    setNext(*h.get(), e.get(), oldFirst);
     h->first = found;
     if (h->last == found)
         h->last = before;

@@ -37,7 +37,7 @@ U32 replaceElement(Header &h, RQHANDLE before, RQHANDLE old, const void *id, con
             rq::handle::release(fresh);
             return lockCode;
         }
-        setNext(b.get(), fresh);
+        setNext(h, b.get(), fresh);
     }
     if (h.last == old)
         h.last = fresh;

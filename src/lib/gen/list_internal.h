@@ -75,6 +75,64 @@ inline RQHANDLE nextOf(const U8 *e) noexcept
 
 inline void setNext(U8 *e, RQHANDLE n) noexcept { std::memcpy(e, &n, sizeof n); }
 
+// The 8 spare bytes after a fixed-layout element (neither identifier nor
+// data a text) hold, where handles are table indices, the address of the
+// element its link names.  A walk reads the successor through it, so it
+// waits on one load per element rather than on the handle's table slot and
+// then the element; the slot is still read and compared, so a hint that is
+// stale (or not written, zero) only costs the lookup it would have taken.
+// 0: the list's elements carry no hint.
+inline U32 hintOffset(const Header &h) noexcept
+{
+#if UINTPTR_MAX == 0xFFFFFFFFu
+    (void)h;
+    return 0;  // a handle is the address: nothing to look up
+#else
+    if ((h.flags & (DX_LIST_STRING_ID | DX_LIST_STRING_DATA)) != 0)
+        return 0;
+    return 4 + h.dataSize + pad4(h.dataSize) + h.idSize;
+#endif
+}
+
+inline void setHint(U32 offset, U8 *e, const void *target) noexcept
+{
+    if (offset != 0)
+        std::memcpy(e + offset, &target, sizeof target);
+}
+
+// Writes e's link to `n` and, where the list keeps them, the hint with it.
+inline void setNext(const Header &h, U8 *e, RQHANDLE n) noexcept
+{
+    setNext(e, n);
+    setHint(hintOffset(h), e, rq::handle::lock(n));
+}
+
+// The lookup behind a hint that does not hold.  Out of line, so that the
+// compiler keeps the branch (a conditional move would wait on both loads).
+[[gnu::noinline, gnu::cold]] inline U8 *lookUp(RQHANDLE next) noexcept
+{
+    return static_cast<U8 *>(rq::handle::lock(next));
+}
+
+// The block of `next`, the link of element e; null where MemLock gives null.
+inline U8 *follow(U32 offset, const U8 *e, RQHANDLE next) noexcept
+{
+    U8 *real = static_cast<U8 *>(rq::handle::lock(next));
+    if (offset != 0) {
+        U8 *hint;
+        std::memcpy(&hint, e + offset, sizeof hint);
+        // An opaque copy: the compiler cannot replace it by `real` where the
+        // two compare equal, so the walk goes on from the hint while the
+        // comparison completes.
+        U8 *ahead = hint;
+        __asm__("" : "+r"(ahead));
+        if (__builtin_expect(hint == real, 1))
+            return ahead;
+        return lookUp(next);
+    }
+    return real;
+}
+
 inline U8 *dataOf(U8 *e) noexcept { return e + 4; }
 inline const U8 *dataOf(const U8 *e) noexcept { return e + 4; }
 

@@ -18,19 +18,24 @@ namespace {
 // The place for (id, data) in a sorted list: after *prev, before *cur.
 // False when an element could not be locked.
 template <typename Compare>
-bool sortedPlace(const Header &h, Compare compare, RQHANDLE *prev, RQHANDLE *cur) noexcept
+bool sortedPlace(const Header &h, Compare compare, RQHANDLE *prevOut, RQHANDLE *curOut) noexcept
 {
-    *prev = 0;
-    *cur = h.first;
-    while (*cur != 0) {
-        ElementLock e(*cur);
-        if (!e)
+    U32 hints = hintOffset(h);
+    RQHANDLE prev = 0, cur = h.first;
+    const U8 *e = cur != 0 ? static_cast<const U8 *>(rq::handle::lock(cur)) : nullptr;
+    while (cur != 0) {
+        if (e == nullptr)
             return false;
-        if (compare(e.get()) >= 0)
+        bool here = compare(e) >= 0;
+        rq::handle::unlock();
+        if (here)
             break;
-        *prev = *cur;
-        *cur = nextOf(e.get());
+        prev = cur;
+        cur = nextOf(e);
+        e = follow(hints, e, cur);
     }
+    *prevOut = prev;
+    *curOut = cur;
     return true;
 }
 

@@ -64,12 +64,13 @@ U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *le
     RQHANDLE store = seg.first, storePrev = 0, cur = seg.first;
     U32 leftCount = 0, rightCount = 0;
     bool anyUnequal = false;
+    U32 hints = hintOffset(h);
+    U8 *e = static_cast<U8 *>(rq::handle::lock(cur));
     for (U32 i = 0; i + 1 < seg.count; ++i) {
-        ElementLock e(cur);
-        if (!e)
+        if (e == nullptr)
             return DX_LIST_ERR_PARTITION_LOCK_2;
-        RQHANDLE next = nextOf(e.get());
-        S32 c = compareElements(h, cell, e.get(), pivot.get());
+        RQHANDLE next = nextOf(e);
+        S32 c = compareElements(h, cell, e, pivot.get());
         anyUnequal = anyUnequal || c != 0;
         if (c <= 0) {
             RQHANDLE afterStore = next;
@@ -77,7 +78,7 @@ U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *le
                 ElementLock s(store);
                 if (!s)
                     return DX_LIST_ERR_PARTITION_LOCK_3;
-                swapContents(h, s.get(), e.get());
+                swapContents(h, s.get(), e);
                 afterStore = nextOf(s.get());
             }
             storePrev = store;
@@ -86,9 +87,12 @@ U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *le
         } else {
             ++rightCount;
         }
+        rq::handle::unlock();
+        U8 *from = e;
         cur = next;
         if (cur == 0 && i + 2 < seg.count)
             return DX_LIST_ERR_PARTITION_LOCK_4;  // the chain ended inside the segment
+        e = follow(hints, from, cur);
     }
     // Every element equal to the pivot: the segment is done.
     if (!anyUnequal)
