@@ -12,6 +12,7 @@
 
 #include "list_internal.h"
 
+#include <cstdint>
 #include <cstring>
 
 using namespace rq::list;
@@ -33,6 +34,15 @@ void swapContents(const Header &h, U8 *a, U8 *b) noexcept
 {
     U32 n = h.dataSize + pad4(h.dataSize) + h.idSize;
     U8 *pa = a + 4, *pb = b + 4;
+    if (n == 8) {
+        // A 32-bit identifier with 32-bit data: swapped in line.
+        uint64_t x, y;
+        std::memcpy(&x, pa, 8);
+        std::memcpy(&y, pb, 8);
+        std::memcpy(pa, &y, 8);
+        std::memcpy(pb, &x, 8);
+        return;
+    }
     U8 tmp[64];
     while (n != 0) {
         U32 chunk = n < sizeof tmp ? n : static_cast<U32>(sizeof tmp);
