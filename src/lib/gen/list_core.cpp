@@ -1,8 +1,9 @@
 // The list container: creation and release, elements, adding, finding and
 // getting by identifier, deleting, and the list's flags.
 //
-// Every header or element access is bracketed by MemLock/MemUnlock (the
-// Locked guards), so that a moving allocator could be put underneath.
+// Every header or element access is bracketed by a lock and an unlock of its
+// handle (the Locked guards, through the hidden forms of MemLock/MemUnlock),
+// so that a moving allocator could be put underneath.
 
 #define RQ_SOURCE_TAG "src/lib/core/lib/gen/list_core"
 #include "internal/rq_mem.h"

@@ -3,7 +3,9 @@
 //
 // Element block: [next handle, U32][data][padding to 4][identifier], plus 8
 // spare bytes.  For string data the data part is the stored text with its
-// NUL, so the identifier's offset differs from element to element.
+// NUL, so the identifier's offset differs from element to element.  In
+// fixed-layout lists on 64-bit targets the spare bytes hold the successor's
+// address (see hintOffset).
 #ifndef RQ_LIST_INTERNAL_H
 #define RQ_LIST_INTERNAL_H
 
