@@ -1,4 +1,4 @@
-// DX_List beside GLib's GSList doing the same work: append, find by
+// DX_List beside GLib's GSList doing the same work: append, a walk, find by
 // identifier, sorted insert and sort, on 10^3, 10^4 and 10^5 elements of a
 // 32-bit identifier with 32-bit data.
 //
@@ -95,6 +95,41 @@ void BM_GSList_Append(benchmark::State &state)
         benchmark::DoNotOptimize(l);
         g_slist_free(l);
     }
+    perElement(state, state.range(0));
+}
+
+// ---- walk ------------------------------------------------------------------------
+// One call per element (DX_ListGetFirst/DX_ListGetNext copying the cell out)
+// against GLib's inline loop over the links.
+
+void BM_DX_Walk(benchmark::State &state)
+{
+    auto ids = randomIds(state.range(0));
+    HLIST h = makeList(ids);
+    for (auto _ : state) {
+        int32_t id, data;
+        int64_t sum = 0;
+        for (U32 s = DX_ListGetFirst(h, &id, &data); s == 0; s = DX_ListGetNext(h, &id, &data))
+            sum += id + data;
+        benchmark::DoNotOptimize(sum);
+    }
+    DX_ListDestroy(&h);
+    perElement(state, state.range(0));
+}
+
+void BM_GSList_Walk(benchmark::State &state)
+{
+    auto ids = randomIds(state.range(0));
+    GSList *l = makeSList(ids);
+    for (auto _ : state) {
+        int64_t sum = 0;
+        for (GSList *e = l; e != nullptr; e = e->next) {
+            gsize cell = GPOINTER_TO_SIZE(e->data);
+            sum += static_cast<int32_t>(cell >> 32) + static_cast<int32_t>(cell & 0xFFFFFFFFu);
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    g_slist_free(l);
     perElement(state, state.range(0));
 }
 
@@ -195,6 +230,8 @@ void sizes(benchmark::internal::Benchmark *b)
 
 BENCHMARK(BM_DX_Append)->Apply(sizes);
 BENCHMARK(BM_GSList_Append)->Apply(sizes);
+BENCHMARK(BM_DX_Walk)->Apply(sizes);
+BENCHMARK(BM_GSList_Walk)->Apply(sizes);
 BENCHMARK(BM_DX_Find)->Apply(sizes);
 BENCHMARK(BM_GSList_Find)->Apply(sizes);
 BENCHMARK(BM_DX_SortedInsert)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);

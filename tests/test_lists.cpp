@@ -324,6 +324,36 @@ TEST(ListWalk, PriorityGetOfTheLastKeepsTheWalkSound)
     EXPECT_EQ(cells(l.h), (Cells{{2, 20}, {3, 30}}));
 }
 
+// The walks go from an element to the block its link names; a link written
+// by a caller through the element's handle is the one they must follow.
+TEST(ListWalk, LinksRewrittenThroughTheHandleAreFollowed)
+{
+    rqtest::LeakCheck leaks;
+    List l{{1, 10}, {2, 20}, {3, 30}, {4, 40}};
+    S32 one = 1, two = 2, three = 3;
+    RQHANDLE before = 0, first = 0, second = 0, third = 0;
+    ASSERT_EQ(DX_ListFind(l.h, &one, nullptr, &before, &first), 0u);
+    ASSERT_EQ(DX_ListFind(l.h, &two, nullptr, &before, &second), 0u);
+    ASSERT_EQ(DX_ListFind(l.h, &three, nullptr, &before, &third), 0u);
+    auto relink = [](RQHANDLE element, RQHANDLE next) {
+        std::memcpy(MemLock(element), &next, sizeof next);
+        MemUnlock();
+    };
+    relink(first, third);  // 2 is off the chain
+    Cells walked;
+    Cell c;
+    for (U32 s = DX_ListGetFirst(l.h, &c.first, &c.second); s == 0; s = DX_ListGetNext(l.h, &c.first, &c.second))
+        walked.push_back(c);
+    EXPECT_EQ(walked, (Cells{{1, 10}, {3, 30}, {4, 40}}));
+    S32 data = 0;
+    EXPECT_EQ(DX_ListAlwaysGet(l.h, &two, &data), 0x15090u);
+    EXPECT_EQ(DX_ListAlwaysGet(l.h, &three, &data), 0u);
+    EXPECT_EQ(data, 30);
+    relink(first, second);  // back on the chain, so that the list frees it
+    EXPECT_EQ(DX_ListAlwaysGet(l.h, &two, &data), 0u);
+    EXPECT_EQ(data, 20);
+}
+
 // ---- ordering, comparison, selection -----------------------------------------------------
 
 TEST(ListOrder, SortedInsertPutsEqualsBeforeTheFirstEqual)

@@ -32,8 +32,10 @@ uint64_t gLiveBytes = 0;
 
 // Failure injection is per thread: a sweep fails the allocations of the
 // operation under test and nothing that another thread is doing.
-thread_local long tFailAfter = -1;
-thread_local bool tFired = false;
+// Initial-exec: every allocation reads it, and the default model for a
+// shared library looks it up through a call.
+__attribute__((tls_model("initial-exec"))) thread_local long tFailAfter = -1;
+__attribute__((tls_model("initial-exec"))) thread_local bool tFired = false;
 
 // Work counts, per thread for the same reason.
 thread_local uint64_t tAllocatorCalls = 0;

@@ -1,8 +1,9 @@
 // The list container: creation and release, elements, adding, finding and
 // getting by identifier, deleting, and the list's flags.
 //
-// Every header or element access is bracketed by MemLock/MemUnlock (the
-// Locked guards), so that a moving allocator could be put underneath.
+// Every header or element access is bracketed by a lock and an unlock of its
+// handle (the Locked guards, through the hidden forms of MemLock/MemUnlock),
+// so that a moving allocator could be put underneath.
 
 #define RQ_SOURCE_TAG "src/lib/core/lib/gen/list_core"
 #include "internal/rq_mem.h"
@@ -14,30 +15,50 @@
 
 namespace rq::list {
 
+namespace {
+
+template <typename Match>
+bool findMatching(const Header &h, Match match, RQHANDLE *before, RQHANDLE *found, bool *lockFailed) noexcept
+{
+    U32 hints = hintOffset(h);
+    RQHANDLE prev = 0, cur = h.first;
+    const U8 *e = cur != 0 ? static_cast<const U8 *>(rq::handle::lock(cur)) : nullptr;
+    while (cur != 0) {
+        if (e == nullptr) {
+            *lockFailed = true;
+            return false;
+        }
+        bool hit = match(e);
+        rq::handle::unlock();
+        if (hit) {
+            *before = prev;
+            *found = cur;
+            return true;
+        }
+        prev = cur;
+        cur = nextOf(e);
+        e = follow(hints, e, cur);
+    }
+    return false;
+}
+
+}  // namespace
+
 bool findElement(const Header &h, const void *id, const void *refData, RQHANDLE *before, RQHANDLE *found,
                  bool *lockFailed) noexcept
 {
     *lockFailed = false;
     if (id == nullptr)
         return false;
-    RQHANDLE prev = 0;
-    for (RQHANDLE cur = h.first; cur != 0;) {
-        ElementLock e(cur);
-        if (!e) {
-            *lockFailed = true;
-            return false;
-        }
-        bool match = refData == nullptr ? h.idCmp(idOf(h, e.get()), id, h.idSize) == 0
-                                        : cellCompare(h, idOf(h, e.get()), dataOf(e.get()), id, refData) == 0;
-        if (match) {
-            *before = prev;
-            *found = cur;
-            return true;
-        }
-        prev = cur;
-        cur = nextOf(e.get());
-    }
-    return false;
+    if (refData == nullptr)
+        return withOrder(h.idCmp, [&](auto order) noexcept {
+            auto match = [&](const U8 *e) noexcept { return order(idOf(h, e), id, h.idSize) == 0; };
+            return findMatching(h, match, before, found, lockFailed);
+        });
+    return withCellOrder(h, [&](auto cell) noexcept {
+        auto match = [&](const U8 *e) noexcept { return cell(idOf(h, e), dataOf(e), id, refData) == 0; };
+        return findMatching(h, match, before, found, lockFailed);
+    });
 }
 
 // Writes data and identifier into an element; the identifier goes after the
@@ -48,13 +69,13 @@ void writeContents(const Header &h, U8 *e, const void *id, const void *data) noe
         if ((h.flags & DX_LIST_STRING_DATA) != 0)
             DX_MemStrnCopy(dataOf(e), data, textLength(data, h.dataSize));
         else
-            std::memcpy(dataOf(e), data, h.dataSize);
+            copyFixed(dataOf(e), data, h.dataSize);
     }
     if (id != nullptr) {
         if ((h.flags & DX_LIST_STRING_ID) != 0)
             DX_MemStrnCopy(idOf(h, e), id, textLength(id, h.idSize));
         else
-            std::memcpy(idOf(h, e), id, h.idSize);
+            copyFixed(idOf(h, e), id, h.idSize);
     }
 }
 
@@ -83,19 +104,19 @@ U32 makeElement(const Header &h, RQHANDLE *element, const void *id, const void *
     uint64_t size = 4ull + dataLen + pad4(dataLen) + idLen + kElementSlack;
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ELEMENT_HEADER;
-    RQHANDLE handle = MemAlloc(static_cast<U32>(size));
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
     if (handle == 0)
         return DX_LIST_ERR_ELEMENT_NO_MEMORY;
     {
         ElementLock e(handle);
         if (!e) {
-            MemFree(handle);
+            rq::handle::release(handle);
             return DX_LIST_ERR_ELEMENT_LOCK;
         }
         // Clear everything past the link: a missing data item reads as zeros,
         // and padding never holds stale bytes.
         std::memset(e.get(), 0, static_cast<size_t>(size));
-        setNext(e.get(), next);
+        setNext(h, e.get(), next);
         writeContents(h, e.get(), id, data);
     }
     *element = handle;
@@ -117,7 +138,7 @@ bool linkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept
         ElementLock b(before);
         if (!b)
             return false;
-        setNext(b.get(), e);
+        setNext(h, b.get(), e);
     }
     if (after == 0)
         h.last = e;
@@ -144,7 +165,7 @@ bool unlinkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept
         ElementLock b(before);
         if (!b)
             return false;
-        setNext(b.get(), after);
+        setNext(h, b.get(), after);
     }
     if (h.last == e)
         h.last = before;
@@ -157,7 +178,7 @@ bool unlinkElement(Header &h, RQHANDLE before, RQHANDLE e) noexcept
     } else if (h.prev == e) {
         h.prev = before;
     }
-    MemFree(e);
+    rq::handle::release(e);
     return true;
 }
 
@@ -178,7 +199,7 @@ U32 alwaysAddLast(Header &h, const void *id, const void *data) noexcept
     if (makeElement(h, &e, id, data, 0) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, h.last, e)) {
-        MemFree(e);
+        rq::handle::release(e);
         return DX_LIST_ERR_ADDLAST_LAST_LOCK;
     }
     return 0;
@@ -233,7 +254,7 @@ U32 alwaysAddBefore(Header &h, const void *refId, const void *refData, const voi
     if (makeElement(h, &e, id, data, found) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, before, e)) {
-        MemFree(e);
+        rq::handle::release(e);
         return DX_LIST_ERR_ADDBEFORE_PRED_LOCK;
     }
     return 0;
@@ -256,7 +277,7 @@ U32 alwaysAddAfter(Header &h, const void *refId, const void *refData, const void
     if (makeElement(h, &e, id, data, after) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, found, e)) {
-        MemFree(e);
+        rq::handle::release(e);
         return DX_LIST_ERR_ADDAFTER_REF_LOCK;
     }
     return 0;
@@ -273,7 +294,7 @@ bool freeChain(RQHANDLE e) noexcept
                 return false;
             next = nextOf(el.get());
         }
-        MemFree(e);
+        rq::handle::release(e);
         e = next;
     }
     return true;
@@ -307,13 +328,13 @@ RQ_API U32 DX_ListCreate(HLIST *list, U32 idSize, U32 dataSize, U32 flags, DX_LI
         return DX_LIST_ERR_CREATE_ID_SIZE;
     if (dataSize == 0)
         flags |= DX_LIST_NODATA;
-    RQHANDLE handle = MemAlloc(sizeof(Header));
+    RQHANDLE handle = rq::handle::alloc(sizeof(Header));
     if (handle == 0)
         return DX_LIST_ERR_CREATE_NO_MEMORY;
     {
         HeaderLock h(handle);
         if (!h) {
-            MemFree(handle);
+            rq::handle::release(handle);
             return DX_LIST_ERR_CREATE_NO_MEMORY;
         }
         *h.get() = Header{};
@@ -339,7 +360,7 @@ RQ_API U32 DX_ListDestroy(HLIST *list) noexcept
             return DX_LIST_ERR_NO_LIST;
         first = h->first;
     }
-    MemFree(*list);
+    rq::handle::release(*list);
     *list = 0;
     return freeChain(first) ? 0 : U32{DX_LIST_ERR_NO_LIST};
 }
@@ -376,13 +397,13 @@ RQ_API U32 DX_ListAlloc(HLIST list, RQHANDLE *handle, void **address, U32 which)
     }
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ALLOC_NO_MEMORY;
-    RQHANDLE block = MemAlloc(static_cast<U32>(size));
+    RQHANDLE block = rq::handle::alloc(static_cast<U32>(size));
     if (block == 0)
         return DX_LIST_ERR_ALLOC_NO_MEMORY;
     // Stays locked while the caller uses it; DX_ListFree unlocks it.
-    void *p = MemLock(block);
+    void *p = rq::handle::lock(block);
     if (p == nullptr) {
-        MemFree(block);
+        rq::handle::release(block);
         return DX_LIST_ERR_ALLOC_NO_MEMORY;
     }
     *handle = block;
@@ -395,8 +416,8 @@ RQ_API U32 DX_ListFree(RQHANDLE handle) noexcept
 {
     if (handle == 0)
         return 0;
-    MemUnlock();
-    return MemFree(handle);
+    rq::handle::unlock();
+    return rq::handle::release(handle);
 }
 
 RQ_API U32 DX_ListCreateElement(HLIST list, RQHANDLE *element, const void *id, const void *data,
@@ -569,8 +590,8 @@ RQ_API U32 DX_ListPriorityGet(HLIST list, const void *id, void *dataOut) noexcep
         return DX_LIST_ERR_PRIORITY_LOCK;
     RQHANDLE after = nextOf(e.get());
     RQHANDLE oldFirst = h->first;
-    setNext(b.get(), after);
-    setNext(e.get(), oldFirst);
+    setNext(*h.get(), b.get(), after);
+    setNext(*h.get(), e.get(), oldFirst);
     h->first = found;
     if (h->last == found)
         h->last = before;

@@ -34,10 +34,10 @@ U32 replaceElement(Header &h, RQHANDLE before, RQHANDLE old, const void *id, con
     } else {
         ElementLock b(before);
         if (!b) {
-            MemFree(fresh);
+            rq::handle::release(fresh);
             return lockCode;
         }
-        setNext(b.get(), fresh);
+        setNext(h, b.get(), fresh);
     }
     if (h.last == old)
         h.last = fresh;
@@ -45,7 +45,7 @@ U32 replaceElement(Header &h, RQHANDLE before, RQHANDLE old, const void *id, con
         h.current = fresh;
     if (h.prev == old)
         h.prev = fresh;
-    MemFree(old);
+    rq::handle::release(old);
     return 0;
 }
 

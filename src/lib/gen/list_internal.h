@@ -3,10 +3,13 @@
 //
 // Element block: [next handle, U32][data][padding to 4][identifier], plus 8
 // spare bytes.  For string data the data part is the stored text with its
-// NUL, so the identifier's offset differs from element to element.
+// NUL, so the identifier's offset differs from element to element.  In
+// fixed-layout lists on 64-bit targets the spare bytes hold the successor's
+// address (see hintOffset).
 #ifndef RQ_LIST_INTERNAL_H
 #define RQ_LIST_INTERNAL_H
 
+#include "internal/rq_handle.h"
 #include "rqcore/frame.h"
 #include "rqcore/lists.h"
 
@@ -30,15 +33,16 @@ struct Header {
 
 constexpr U32 kElementSlack = 8;
 
-// One lock of a handle's block, released when the guard goes.
+// One lock of a handle's block, released when the guard goes.  The hidden
+// forms of MemLock/MemUnlock: the lookup inlines into every walk.
 template <typename T>
 class Locked {
 public:
-    explicit Locked(RQHANDLE h) noexcept : p_(static_cast<T *>(MemLock(h))) {}
+    explicit Locked(RQHANDLE h) noexcept : p_(static_cast<T *>(rq::handle::lock(h))) {}
     ~Locked()
     {
         if (p_ != nullptr)
-            MemUnlock();
+            rq::handle::unlock();
     }
     Locked(const Locked &) = delete;
     Locked &operator=(const Locked &) = delete;
@@ -73,6 +77,64 @@ inline RQHANDLE nextOf(const U8 *e) noexcept
 
 inline void setNext(U8 *e, RQHANDLE n) noexcept { std::memcpy(e, &n, sizeof n); }
 
+// The 8 spare bytes after a fixed-layout element (neither identifier nor
+// data a text) hold, where handles are table indices, the address of the
+// element its link names.  A walk reads the successor through it, so it
+// waits on one load per element rather than on the handle's table slot and
+// then the element; the slot is still read and compared, so a hint that is
+// stale (or not written, zero) only costs the lookup it would have taken.
+// 0: the list's elements carry no hint.
+inline U32 hintOffset(const Header &h) noexcept
+{
+#if UINTPTR_MAX == 0xFFFFFFFFu
+    (void)h;
+    return 0;  // a handle is the address: nothing to look up
+#else
+    if ((h.flags & (DX_LIST_STRING_ID | DX_LIST_STRING_DATA)) != 0)
+        return 0;
+    return 4 + h.dataSize + pad4(h.dataSize) + h.idSize;
+#endif
+}
+
+inline void setHint(U32 offset, U8 *e, const void *target) noexcept
+{
+    if (offset != 0)
+        std::memcpy(e + offset, &target, sizeof target);
+}
+
+// Writes e's link to `n` and, where the list keeps them, the hint with it.
+inline void setNext(const Header &h, U8 *e, RQHANDLE n) noexcept
+{
+    setNext(e, n);
+    setHint(hintOffset(h), e, rq::handle::lock(n));
+}
+
+// The lookup behind a hint that does not hold.  Out of line, so that the
+// compiler keeps the branch (a conditional move would wait on both loads).
+[[gnu::noinline, gnu::cold]] inline U8 *lookUp(RQHANDLE next) noexcept
+{
+    return static_cast<U8 *>(rq::handle::lock(next));
+}
+
+// The block of `next`, the link of element e; null where MemLock gives null.
+inline U8 *follow(U32 offset, const U8 *e, RQHANDLE next) noexcept
+{
+    U8 *real = static_cast<U8 *>(rq::handle::lock(next));
+    if (offset != 0) {
+        U8 *hint;
+        std::memcpy(&hint, e + offset, sizeof hint);
+        // An opaque copy: the compiler cannot replace it by `real` where the
+        // two compare equal, so the walk goes on from the hint while the
+        // comparison completes.
+        U8 *ahead = hint;
+        __asm__("" : "+r"(ahead));
+        if (__builtin_expect(hint == real, 1))
+            return ahead;
+        return lookUp(next);
+    }
+    return real;
+}
+
 inline U8 *dataOf(U8 *e) noexcept { return e + 4; }
 inline const U8 *dataOf(const U8 *e) noexcept { return e + 4; }
 
@@ -102,14 +164,104 @@ inline S32 cellCompare(const Header &h, const void *idA, const void *dataA, cons
     return h.dataCmp(dataA, dataB, h.dataSize);
 }
 
+// The walks compare on every element.  For the two default compare
+// functions of fixed-size items the order is computed in line, with the
+// very results the functions give; any other function is called.
+struct S32Order {
+    S32 operator()(const void *a, const void *b, U32) const noexcept
+    {
+        S32 x, y;
+        std::memcpy(&x, a, sizeof x);
+        std::memcpy(&y, b, sizeof y);
+        return x < y ? -1 : (x > y ? 1 : 0);
+    }
+};
+
+struct ByteOrder {
+    S32 operator()(const void *a, const void *b, U32 n) const noexcept
+    {
+        const unsigned char *pa = static_cast<const unsigned char *>(a);
+        const unsigned char *pb = static_cast<const unsigned char *>(b);
+        if (n == 4) {
+            U32 x, y;
+            std::memcpy(&x, a, sizeof x);
+            std::memcpy(&y, b, sizeof y);
+            if (x == y)
+                return 0;
+            // Both targets are little-endian: the lowest differing bit is
+            // in the first differing byte.
+            unsigned k = static_cast<unsigned>(__builtin_ctz(x ^ y)) >> 3;
+            return static_cast<S32>(pa[k]) - static_cast<S32>(pb[k]);
+        }
+        if (n == 0 || std::memcmp(a, b, n) == 0)
+            return 0;
+        while (*pa == *pb) {
+            ++pa;
+            ++pb;
+        }
+        return static_cast<S32>(*pa) - static_cast<S32>(*pb);
+    }
+};
+
+struct CallOrder {
+    DX_LIST_CMPFCT fn;
+    S32 operator()(const void *a, const void *b, U32 n) const noexcept { return fn(a, b, n); }
+};
+
+// Calls body with the order object standing for `fn`.
+template <typename Body>
+inline auto withOrder(DX_LIST_CMPFCT fn, Body &&body) noexcept
+{
+    if (fn == DX_MemS32Cmp)
+        return body(S32Order{});
+    if (fn == DX_MemCmp)
+        return body(ByteOrder{});
+    return body(CallOrder{fn});
+}
+
+// cellCompare with the list's two functions resolved once.
+template <typename IdOrder, typename DataOrder>
+struct CellOrder {
+    const Header &h;
+    IdOrder idOrder;
+    DataOrder dataOrder;
+    S32 operator()(const void *idA, const void *dataA, const void *idB, const void *dataB) const noexcept
+    {
+        S32 c = idOrder(idA, idB, h.idSize);
+        if (c != 0 || dataA == nullptr || dataB == nullptr)
+            return c;
+        return dataOrder(dataA, dataB, h.dataSize);
+    }
+};
+
+template <typename Body>
+inline auto withCellOrder(const Header &h, Body &&body) noexcept
+{
+    return withOrder(h.idCmp, [&](auto idOrder) noexcept {
+        return withOrder(h.dataCmp, [&](auto dataOrder) noexcept {
+            return body(CellOrder<decltype(idOrder), decltype(dataOrder)>{h, idOrder, dataOrder});
+        });
+    });
+}
+
+// Copies `size` bytes of a fixed-size item; the common 32-bit item is
+// copied in line rather than by a call into the C library.
+inline void copyFixed(void *dest, const void *src, U32 size) noexcept
+{
+    if (size == 4)
+        std::memcpy(dest, src, 4);
+    else if (size != 0)
+        std::memcpy(dest, src, size);
+}
+
 // Copies an identifier or data item as the list stores it: a bounded text
 // (zero-filled to `size`) or `size` bytes.
 inline void copyItem(void *dest, const void *src, U32 size, bool text) noexcept
 {
     if (text)
         DX_MemStrnCopy(dest, src, size);
-    else if (size != 0)
-        std::memcpy(dest, src, size);
+    else
+        copyFixed(dest, src, size);
 }
 
 // Copies an element's identifier and data out to the caller's buffers.

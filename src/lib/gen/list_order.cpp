@@ -13,6 +13,34 @@
 
 namespace rq::list {
 
+namespace {
+
+// The place for (id, data) in a sorted list: after *prev, before *cur.
+// False when an element could not be locked.
+template <typename Compare>
+bool sortedPlace(const Header &h, Compare compare, RQHANDLE *prevOut, RQHANDLE *curOut) noexcept
+{
+    U32 hints = hintOffset(h);
+    RQHANDLE prev = 0, cur = h.first;
+    const U8 *e = cur != 0 ? static_cast<const U8 *>(rq::handle::lock(cur)) : nullptr;
+    while (cur != 0) {
+        if (e == nullptr)
+            return false;
+        bool here = compare(e) >= 0;
+        rq::handle::unlock();
+        if (here)
+            break;
+        prev = cur;
+        cur = nextOf(e);
+        e = follow(hints, e, cur);
+    }
+    *prevOut = prev;
+    *curOut = cur;
+    return true;
+}
+
+}  // namespace
+
 U32 addSorted(Header &h, const void *id, const void *data) noexcept
 {
     if (h.first == 0)
@@ -20,30 +48,28 @@ U32 addSorted(Header &h, const void *id, const void *data) noexcept
     // Lists that refuse or ignore duplicate identifiers order on the
     // identifier alone.
     bool idOnly = (h.flags & (DX_LIST_UNIQUE | DX_LIST_IGNORE_DUP)) != 0;
-    auto compare = [&](const U8 *e) noexcept {
-        return idOnly ? h.idCmp(idOf(h, e), id, h.idSize) : cellCompare(h, idOf(h, e), dataOf(e), id, data);
-    };
-    {
-        // Sorting after the last element needs no walk: in-order loading
-        // (copies of sorted lists) stays linear.
-        ElementLock last(h.last);
-        if (!last)
-            return DX_LIST_ERR_ADDSORT;
-        if (compare(last.get()) < 0)
-            return alwaysAddLast(h, id, data);
-    }
-    // Callers rely on this: a new element equal to existing ones goes
-    // before the first of them.
-    RQHANDLE prev = 0, cur = h.first;
-    while (cur != 0) {
-        ElementLock e(cur);
-        if (!e)
-            return DX_LIST_ERR_ADDSORT;
-        if (compare(e.get()) >= 0)
-            break;
-        prev = cur;
-        cur = nextOf(e.get());
-    }
+    RQHANDLE prev = 0, cur = 0;
+    U32 status = withCellOrder(h, [&](auto cell) noexcept -> U32 {
+        auto compare = [&](const U8 *e) noexcept {
+            return idOnly ? cell.idOrder(idOf(h, e), id, h.idSize) : cell(idOf(h, e), dataOf(e), id, data);
+        };
+        {
+            // Sorting after the last element needs no walk: in-order loading
+            // (copies of sorted lists) stays linear.
+            ElementLock last(h.last);
+            if (!last)
+                return DX_LIST_ERR_ADDSORT;
+            if (compare(last.get()) < 0) {
+                prev = h.last;
+                return 0;
+            }
+        }
+        // Callers rely on this: a new element equal to existing ones goes
+        // before the first of them.
+        return sortedPlace(h, compare, &prev, &cur) ? 0 : U32{DX_LIST_ERR_ADDSORT};
+    });
+    if (status != 0)
+        return status;
     if (cur == 0)
         return alwaysAddLast(h, id, data);
     if (prev == 0)
@@ -52,7 +78,7 @@ U32 addSorted(Header &h, const void *id, const void *data) noexcept
     if (makeElement(h, &fresh, id, data, cur) != 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!linkElement(h, prev, fresh)) {
-        MemFree(fresh);
+        rq::handle::release(fresh);
         return DX_LIST_ERR_ADDSORT;
     }
     return 0;

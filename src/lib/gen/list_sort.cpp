@@ -12,6 +12,7 @@
 
 #include "list_internal.h"
 
+#include <cstdint>
 #include <cstring>
 
 using namespace rq::list;
@@ -33,6 +34,15 @@ void swapContents(const Header &h, U8 *a, U8 *b) noexcept
 {
     U32 n = h.dataSize + pad4(h.dataSize) + h.idSize;
     U8 *pa = a + 4, *pb = b + 4;
+    if (n == 8) {
+        // A 32-bit identifier with 32-bit data: swapped in line.
+        uint64_t x, y;
+        std::memcpy(&x, pa, 8);
+        std::memcpy(&y, pb, 8);
+        std::memcpy(pa, &y, 8);
+        std::memcpy(pb, &x, 8);
+        return;
+    }
     U8 tmp[64];
     while (n != 0) {
         U32 chunk = n < sizeof tmp ? n : static_cast<U32>(sizeof tmp);
@@ -45,14 +55,16 @@ void swapContents(const Header &h, U8 *a, U8 *b) noexcept
     }
 }
 
-S32 compareElements(const Header &h, const U8 *a, const U8 *b) noexcept
+template <typename Cell>
+S32 compareElements(const Header &h, const Cell &cell, const U8 *a, const U8 *b) noexcept
 {
-    return cellCompare(h, idOf(h, a), dataOf(a), idOf(h, b), dataOf(b));
+    return cell(idOf(h, a), dataOf(a), idOf(h, b), dataOf(b));
 }
 
 // Partitions one segment around its last element.  left/right get count 0
 // when that part needs no further sorting.
-U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right) noexcept
+template <typename Cell>
+U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *left, Segment *right) noexcept
 {
     *left = Segment{};
     *right = Segment{};
@@ -62,12 +74,13 @@ U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right
     RQHANDLE store = seg.first, storePrev = 0, cur = seg.first;
     U32 leftCount = 0, rightCount = 0;
     bool anyUnequal = false;
+    U32 hints = hintOffset(h);
+    U8 *e = static_cast<U8 *>(rq::handle::lock(cur));
     for (U32 i = 0; i + 1 < seg.count; ++i) {
-        ElementLock e(cur);
-        if (!e)
+        if (e == nullptr)
             return DX_LIST_ERR_PARTITION_LOCK_2;
-        RQHANDLE next = nextOf(e.get());
-        S32 c = compareElements(h, e.get(), pivot.get());
+        RQHANDLE next = nextOf(e);
+        S32 c = compareElements(h, cell, e, pivot.get());
         anyUnequal = anyUnequal || c != 0;
         if (c <= 0) {
             RQHANDLE afterStore = next;
@@ -75,7 +88,7 @@ U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right
                 ElementLock s(store);
                 if (!s)
                     return DX_LIST_ERR_PARTITION_LOCK_3;
-                swapContents(h, s.get(), e.get());
+                swapContents(h, s.get(), e);
                 afterStore = nextOf(s.get());
             }
             storePrev = store;
@@ -84,9 +97,12 @@ U32 partition(const Header &h, const Segment &seg, Segment *left, Segment *right
         } else {
             ++rightCount;
         }
+        rq::handle::unlock();
+        U8 *from = e;
         cur = next;
         if (cur == 0 && i + 2 < seg.count)
             return DX_LIST_ERR_PARTITION_LOCK_4;  // the chain ended inside the segment
+        e = follow(hints, from, cur);
     }
     // Every element equal to the pivot: the segment is done.
     if (!anyUnequal)
@@ -160,7 +176,9 @@ RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT
             return status;
         Segment seg{id[0], id[1], id[2]}, left, right;
         if (seg.count >= 2) {
-            if ((status = partition(h, seg, &left, &right)) != 0)
+            status = withCellOrder(
+                h, [&](const auto &cell) noexcept { return partition(h, cell, seg, &left, &right); });
+            if (status != 0)
                 return status;
         } else {
             left = right = Segment{};
@@ -195,7 +213,7 @@ RQ_API U32 DX_ListIsSorted(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT 
         ElementLock a(prev), b(cur);
         if (!a || !b)
             return DX_LIST_ERR_SORT_LOCK;
-        if (compareElements(h, a.get(), b.get()) > 0)
+        if (cellCompare(h, idOf(h, a.get()), dataOf(a.get()), idOf(h, b.get()), dataOf(b.get())) > 0)
             return 0;
         prev = cur;
         cur = nextOf(b.get());

@@ -61,17 +61,23 @@ RQ_API U32 DX_ListGetNext(HLIST list, void *idOut, void *dataOut) noexcept
     if (h->current == 0)
         return first(*h.get(), idOut, dataOut);
     RQHANDLE next;
+    U8 *to;
     {
         ElementLock cur(h->current);
         if (!cur)
             return DX_LIST_ERR_NEXT_ELEMENT_LOCK;
         next = nextOf(cur.get());
+        to = follow(hintOffset(*h.get()), cur.get(), next);
     }
     h->prev = h->current;
     h->current = next;
     if (next == 0)
         return end(*h.get(), idOut);
-    return land(*h.get(), next, idOut, dataOut, DX_LIST_ERR_NEXT_ELEMENT_LOCK);
+    if (to == nullptr)
+        return DX_LIST_ERR_NEXT_ELEMENT_LOCK;
+    readElement(*h.get(), to, idOut, dataOut);
+    rq::handle::unlock();
+    return 0;
 }
 
 RQ_API U32 DX_ListGetCurrent(HLIST list, void *idOut, void *dataOut) noexcept

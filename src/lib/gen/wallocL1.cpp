@@ -9,45 +9,32 @@
 #include "internal/rq_mem.h"
 #include "rqcore/frame.h"
 
+#include "internal/rq_handle.h"
 #include "internal/rq_spin.h"
 
 #include <cstdint>
 #include <cstdlib>
 
+namespace rq::handle {
+
 #if UINTPTR_MAX == 0xFFFFFFFFu
 
-extern "C" {
-
-RQ_API RQHANDLE MemAlloc(U32 size) noexcept
+RQHANDLE alloc(U32 size) noexcept
 {
     return static_cast<RQHANDLE>(reinterpret_cast<uintptr_t>(RQ_MALLOC(size)));
 }
 
-RQ_API void *MemLock(RQHANDLE handle) noexcept
-{
-    return reinterpret_cast<void *>(static_cast<uintptr_t>(handle));
-}
-
-RQ_API U32 MemFree(RQHANDLE handle) noexcept
+U32 release(RQHANDLE handle) noexcept
 {
     return handle != 0 ? RQ_FREE(reinterpret_cast<void *>(static_cast<uintptr_t>(handle))) : 0;
 }
 
-}  // extern "C"
-
 #else
+
+Slot *gChunks[kChunkCount];
 
 namespace {
 
-constexpr U32 kChunkBits = 14;
-constexpr U32 kChunkSize = 1u << kChunkBits;
-constexpr U32 kChunkCount = 1u << (32 - kChunkBits);
-
-// A free slot holds the next free index, shifted left and tagged with bit 0;
-// a live slot holds a block address, which is always even.
-using Slot = uintptr_t;
-
-Slot *gChunks[kChunkCount];
 rq::SpinLock gTableLock;
 U32 gNextFresh = 1;  // handle 0 is never issued
 U32 gFreeHead = 0;   // 0: no free index
@@ -56,12 +43,6 @@ class TableLock : public rq::SpinGuard {
 public:
     TableLock() noexcept : rq::SpinGuard(gTableLock) {}
 };
-
-Slot *slotOf(RQHANDLE handle) noexcept
-{
-    Slot *chunk = __atomic_load_n(&gChunks[handle >> kChunkBits], __ATOMIC_ACQUIRE);
-    return chunk != nullptr ? &chunk[handle & (kChunkSize - 1)] : nullptr;
-}
 
 // Takes an index for `block`; 0 when the table is full or cannot grow.
 RQHANDLE issue(void *block) noexcept
@@ -93,9 +74,7 @@ RQHANDLE issue(void *block) noexcept
 
 }  // namespace
 
-extern "C" {
-
-RQ_API RQHANDLE MemAlloc(U32 size) noexcept
+RQHANDLE alloc(U32 size) noexcept
 {
     void *block = RQ_MALLOC(size);
     if (block == nullptr)
@@ -106,17 +85,7 @@ RQ_API RQHANDLE MemAlloc(U32 size) noexcept
     return h;
 }
 
-RQ_API void *MemLock(RQHANDLE handle) noexcept
-{
-    if (handle == 0)
-        return nullptr;
-    Slot *slot = slotOf(handle);
-    if (slot == nullptr || (*slot & 1) != 0)
-        return nullptr;
-    return reinterpret_cast<void *>(*slot);
-}
-
-RQ_API U32 MemFree(RQHANDLE handle) noexcept
+U32 release(RQHANDLE handle) noexcept
 {
     if (handle == 0)
         return 0;
@@ -133,13 +102,33 @@ RQ_API U32 MemFree(RQHANDLE handle) noexcept
     return RQ_FREE(block);
 }
 
-}  // extern "C"
-
 #endif
 
-extern "C" RQ_API void MemUnlock(void) noexcept
+}  // namespace rq::handle
+
+extern "C" {
+
+RQ_API RQHANDLE MemAlloc(U32 size) noexcept
+{
+    return rq::handle::alloc(size);
+}
+
+RQ_API void *MemLock(RQHANDLE handle) noexcept
+{
+    return rq::handle::lock(handle);
+}
+
+RQ_API U32 MemFree(RQHANDLE handle) noexcept
+{
+    return rq::handle::release(handle);
+}
+
+RQ_API void MemUnlock(void) noexcept
 {
     // Handles never move, so there is nothing to undo; the containers still
     // pair every lock with an unlock so that a moving allocator could be
     // put underneath.
+    rq::handle::unlock();
 }
+
+}  // extern "C"
