@@ -52,6 +52,9 @@ RQ_CODES {
     ENCODE_ERR_INCOMPLETE = 0x18C04, /* base64 text ended inside a group without '=' */
     ENCODE_ERR_READ = 0x18C05,       /* reading the input file returned nothing */
     ENCODE_ERR_WRITE = 0x18C06,      /* writing the output file failed */
+    ENCODE_ERR_UNKNOWN_CHARSET = 0x18C07, /* no converter for the character set (or for UTF-8) */
+    ENCODE_ERR_BADTEXT = 0x18C08,    /* text not valid UTF-8, or not writable in the set */
+    ENCODE_ERR_LONG_CHARSET = 0x18C09, /* a 75-character word cannot hold one character */
     ENCODE_ERR_NOSPACE = 0x18C0C     /* output space exhausted during encoding */
 };
 
@@ -132,6 +135,43 @@ RQ_API S32 ENCODE__getCharValue(int c) RQ_NOEXCEPT;
  * (2 to 16, either case); -1 if one of them is not such a digit, if text is
  * NULL, the base is out of range or the value does not fit in 31 bits. */
 RQ_API S32 ENCODE_strntol(const char *text, U32 count, U32 base) RQ_NOEXCEPT;
+
+/* ---- Encoded words in header values ------------------------------------- */
+
+/* Encoded words ("=?charset?B?text?=" and "=?charset?Q?text?=", RFC 2047)
+ * need the converters: UNICODE_Initialize must have run; `mapDirectory` is
+ * where the character-set map files are (as for UNICODE_AutoConverterCreate).
+ *
+ * ENCODE_FromRFC1522 decodes every encoded word of a header value into a new
+ * UTF-8 text in *utf8.
+ *   - A word is "=?", a character-set name, "?", B or Q (either case), "?",
+ *     text without white space, "?=".  The text runs to the first "?=", so a
+ *     '?' inside it is text.  A "*language" suffix of the name is ignored.
+ *   - Q: '_' is a blank, "=XX" a byte (either case), every other character
+ *     itself.  B: base64 as ENCODE_convertFromBase64 reads it (missing
+ *     padding accepted).
+ *   - White space between two words is dropped; adjacent words of one set are
+ *     converted together, so a character split across two words survives.
+ *   - A malformed word, a word whose set has no converter, and a run of words
+ *     whose bytes are not valid in their set stay as they stand; a NUL
+ *     produced by decoding ends that run's text.
+ *   - Everything outside words is copied unchanged (no unfolding).
+ * 0, ENCODE_ERR_BADARG, ENCODE_ERR_NOMEM, ENCODE_ERR_UNKNOWN_CHARSET (no
+ * UTF-8 converter: the converters are not initialized).  Work is linear in
+ * the length of the text.
+ *
+ * ENCODE_ToRFC1522 writes `utf8` in `charset` as encoded words of `encoding`
+ * ('B' or 'Q', either case) into a new text in *text: words of at most 75
+ * characters, separated by one blank (the caller folds between words), each
+ * holding whole characters only.  Q writes letters, digits and "!*+-/" as
+ * they are, a blank as '_', every other byte as "=XX".  A character the set
+ * cannot hold is written as the converter's substitute.  "" gives "".
+ * 0, ENCODE_ERR_BADARG (NULL, or an encoding other than B or Q),
+ * ENCODE_ERR_UNKNOWN_CHARSET (no converter, or a name that is empty, longer
+ * than 64 characters or holds '?' or white space), ENCODE_ERR_BADTEXT (not
+ * valid UTF-8), ENCODE_ERR_LONG_CHARSET, ENCODE_ERR_NOMEM. */
+RQ_API U32 ENCODE_FromRFC1522(const char *mapDirectory, const char *text, char **utf8) RQ_NOEXCEPT;
+RQ_API U32 ENCODE_ToRFC1522(const char *mapDirectory, const char *utf8, const char *charset, char encoding, char **text) RQ_NOEXCEPT;
 
 RQ_END_DECLS
 

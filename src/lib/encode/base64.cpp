@@ -10,6 +10,7 @@
 
 #define RQ_SOURCE_TAG "src/lib/core/lib/encode/base64"
 #include "internal/rq_mem.h"
+#include "lib/encode/encode_internal.h"
 #include "rqcore/encode.h"
 #include "rqcore/log.h"
 
@@ -214,6 +215,22 @@ bool isBase64Letter(int c) noexcept
 }
 
 }  // namespace
+
+namespace rq::encode {
+
+size_t base64EncodeInto(const unsigned char *in, size_t length, char *out) noexcept
+{
+    return encodeInto(in, length, out);
+}
+
+size_t base64DecodeInto(const unsigned char *text, size_t length, unsigned char *out, U32 *status) noexcept
+{
+    DecodeResult r = decodeInto(text, length, out);
+    *status = r.status;
+    return r.length;
+}
+
+}  // namespace rq::encode
 
 extern "C" {
 
