@@ -132,6 +132,8 @@ TEST_F(Rfc1522, NullArgumentsAndStatuses)
     EXPECT_EQ(encode("a", "x-klingon", 'Q').status, 0x18C07u);
     EXPECT_EQ(encode("a", "UTF?8", 'Q').status, 0x18C07u);
     EXPECT_EQ(encode("a\x80", "UTF-8", 'Q').status, 0x18C08u);
+    EXPECT_EQ(encode("\xC3\xA9\xFF", "UTF-8", 'Q').status, 0x18C08u) << "read as Latin-1 by the converter";
+    EXPECT_EQ(encode("\xED\xA0\x80", "UTF-8", 'Q').status, 0x18C08u) << "a surrogate";
     EXPECT_EQ(encode("a", std::string(64, 'A').c_str(), 'Q').status, 0x18C07u) << "unknown before too long";
     EXPECT_EQ(encode("", "UTF-8", 'B').text, "");
     EXPECT_EQ(encode("caf\xC3\xA9 ok", "ISO-8859-1", 'Q').text, "=?ISO-8859-1?Q?caf=E9_ok?=");

@@ -327,6 +327,38 @@ U32 decodeText(const char *mapDirectory, std::string_view text, Text &out) noexc
     return out.append(text.substr(copied)) ? 0u : static_cast<U32>(ENCODE_ERR_NOMEM);
 }
 
+// Well-formed UTF-8: no stray continuation byte, overlong form, surrogate
+// or value above U+10FFFF (the converter reads some of these as Latin-1).
+bool isUtf8(const unsigned char *p) noexcept
+{
+    while (*p != 0) {
+        unsigned c = *p;
+        if (c < 0x80) {
+            ++p;
+            continue;
+        }
+        size_t more = c >= 0xC2 && c <= 0xDF ? 1 : c >= 0xE0 && c <= 0xEF ? 2 : c >= 0xF0 && c <= 0xF4 ? 3 : 0;
+        if (more == 0)
+            return false;
+        unsigned lo = 0x80, hi = 0xBF;  // range of the second byte
+        if (c == 0xE0)
+            lo = 0xA0;
+        else if (c == 0xED)
+            hi = 0x9F;
+        else if (c == 0xF0)
+            lo = 0x90;
+        else if (c == 0xF4)
+            hi = 0x8F;
+        if (p[1] < lo || p[1] > hi)
+            return false;
+        for (size_t k = 2; k <= more; ++k)
+            if ((p[k] & 0xC0) != 0x80)
+                return false;
+        p += more + 1;
+    }
+    return true;
+}
+
 bool qLiteral(unsigned char c) noexcept
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '!' || c == '*' ||
@@ -379,6 +411,8 @@ U32 encodeText(const char *mapDirectory, const char *utf8, std::string_view char
         return ENCODE_ERR_NOMEM;
     if (fromUtf8 == nullptr || to == nullptr)
         return ENCODE_ERR_UNKNOWN_CHARSET;
+    if (!isUtf8(reinterpret_cast<const unsigned char *>(utf8)))
+        return ENCODE_ERR_BADTEXT;
     const size_t room = kMaxWord - 7 - charset.size();  // "=?" cs "?" E "?" ... "?="
     UNICODE_CHAR *unicode = nullptr;
     U32 rc = UNICODE_ConvertToUnicodeBuffer(fromUtf8, utf8, &unicode, 0);
