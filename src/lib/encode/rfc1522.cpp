@@ -244,20 +244,22 @@ bool decodePayload(const Word &w, Text &bytes) noexcept
 // run's source text is appended as it stands when the set is unknown or the
 // bytes are not valid in it.  Bytes after a NUL are not converted.
 U32 flushRun(ConverterCache &cache, std::string_view charset, Text &bytes, std::string_view source,
-             UNICODE_CONVERTER *utf8, Text &out) noexcept
+             UNICODE_CONVERTER *utf8, Text &out, bool *converted) noexcept
 {
+    *converted = false;
     UNICODE_CONVERTER *from = nullptr;
     U32 rc = cache.get(charset, &from);
     if (rc != 0)
         return rc;
     if (from != nullptr && bytes.reserve(0)) {
-        char *converted = nullptr;
-        rc = UNICODE_FullyAutoConvert(0, 0, from, bytes.data(), utf8, &converted, nullptr);
+        char *result = nullptr;
+        rc = UNICODE_FullyAutoConvert(0, 0, from, bytes.data(), utf8, &result, nullptr);
         if (rc == UNICODE_ERR_MEMORY)
             return ENCODE_ERR_NOMEM;
         if (rc == 0) {
-            bool ok = out.append(std::string_view(converted));
-            UNICODE_BufferFree(reinterpret_cast<void **>(&converted));
+            *converted = true;
+            bool ok = out.append(std::string_view(result));
+            UNICODE_BufferFree(reinterpret_cast<void **>(&result));
             return ok ? 0u : static_cast<U32>(ENCODE_ERR_NOMEM);
         }
     } else if (from != nullptr) {
@@ -297,14 +299,21 @@ U32 decodeText(const char *mapDirectory, std::string_view text, Text &out) noexc
         for (size_t k = runEnd; joins && k < i; ++k)
             joins = isSpace(static_cast<unsigned char>(text[k]));
         if (!runCharset.empty() && !(joins && equalsIgnoringCase(runCharset, w.charset))) {
-            U32 rc = flushRun(cache, runCharset, bytes, text.substr(runStart, runEnd - runStart), utf8, out);
+            bool converted = false;
+            U32 rc = flushRun(cache, runCharset, bytes, text.substr(runStart, runEnd - runStart), utf8, out,
+                              &converted);
             if (rc != 0)
                 return rc;
             bytes.clear();
             runCharset = {};
             copied = runEnd;
-            if (joins)
-                copied = i;  // white space between words of two sets is dropped too
+            // White space between decoded words of two sets is dropped too;
+            // next to a word kept as it stands it stays.
+            UNICODE_CONVERTER *next = nullptr;
+            if (cache.get(w.charset, &next) != 0)
+                return ENCODE_ERR_NOMEM;
+            if (joins && converted && next != nullptr)
+                copied = i;
         }
         if (runCharset.empty()) {
             if (!out.append(text.substr(copied, i - copied)))
@@ -319,7 +328,8 @@ U32 decodeText(const char *mapDirectory, std::string_view text, Text &out) noexc
         i = w.end;
     }
     if (!runCharset.empty()) {
-        U32 rc = flushRun(cache, runCharset, bytes, text.substr(runStart, runEnd - runStart), utf8, out);
+        bool converted = false;
+        U32 rc = flushRun(cache, runCharset, bytes, text.substr(runStart, runEnd - runStart), utf8, out, &converted);
         if (rc != 0)
             return rc;
         copied = runEnd;
