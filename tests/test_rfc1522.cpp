@@ -111,6 +111,8 @@ TEST_F(Rfc1522, KeepsMalformedAndUnknownWords)
         {"=?ISO-8859-1?Q?a?=x=?ISO-8859-1?Q?b?=", "axb"},        // text between: not joined
         {"=?ISO-8859-1?Q?a?= x =?ISO-8859-1?Q?b?=", "a x b"},
         {"=?=?ISO-8859-1?Q?a?=", "=?a"},
+        {"=?UTF-8?Q?a=00b?= c", "a c"},                          // a NUL ends the run's text
+        {"=?UTF-8?B?YQ?==?UTF-8?B?Yg==?=", "ab"},                 // adjacent without a blank
     };
     for (const Case &k : cases) {
         SCOPED_TRACE(k.in);
