@@ -107,6 +107,7 @@ TEST_F(Rfc1522, KeepsMalformedAndUnknownWords)
         {"=?x-klingon?Q?a?=  =?x-klingon?Q?b?=", "=?x-klingon?Q?a?=  =?x-klingon?Q?b?="},
         {"=?ISO-8859-1?Q?d?= =?UTF-8?Q?=C3=A9?=", "d\xC3\xA9"},
         {"=?UTF-8?Q?=80?= x", "=?UTF-8?Q?=80?= x"},             // not valid in its set
+        {"=?UTF-8?B?8J+YgA==?=", "=?UTF-8?B?8J+YgA==?="},         // beyond U+FFFF: 16-bit converters
         {"a =?ISO-8859-1?Q?=4G?= b", "a =4G b"},                 // '=' without two digits is text
         {"=?ISO-8859-1?Q?a?=x=?ISO-8859-1?Q?b?=", "axb"},        // text between: not joined
         {"=?ISO-8859-1?Q?a?= x =?ISO-8859-1?Q?b?=", "a x b"},
@@ -139,6 +140,7 @@ TEST_F(Rfc1522, NullArgumentsAndStatuses)
     EXPECT_EQ(encode("a\x80", "UTF-8", 'Q').status, 0x18C08u);
     EXPECT_EQ(encode("\xC3\xA9\xFF", "UTF-8", 'Q').status, 0x18C08u) << "read as Latin-1 by the converter";
     EXPECT_EQ(encode("\xED\xA0\x80", "UTF-8", 'Q').status, 0x18C08u) << "a surrogate";
+    EXPECT_EQ(encode("\xF0\x9F\x98\x80", "UTF-8", 'Q').status, 0x18C08u) << "beyond U+FFFF";
     EXPECT_EQ(encode("a", std::string(64, 'A').c_str(), 'Q').status, 0x18C07u) << "unknown before too long";
     EXPECT_EQ(encode("", "UTF-8", 'B').text, "");
     EXPECT_EQ(encode("caf\xC3\xA9 ok", "ISO-8859-1", 'Q').text, "=?ISO-8859-1?Q?caf=E9_ok?=");

@@ -154,8 +154,9 @@ RQ_API S32 ENCODE_strntol(const char *text, U32 count, U32 base) RQ_NOEXCEPT;
  *     left as it stands); adjacent words of one set are converted together,
  *     so a character split across two words survives.
  *   - A malformed word, a word whose set has no converter, and a run of words
- *     whose bytes the set's converter refuses stay as they stand; a NUL
- *     produced by decoding ends that run's text.
+ *     whose bytes the set's converter refuses stay as they stand (so does
+ *     UTF-8 holding a character beyond U+FFFF: the converters are 16-bit);
+ *     a NUL produced by decoding ends that run's text.
  *   - Everything outside words is copied unchanged (no unfolding).
  * 0, ENCODE_ERR_BADARG, ENCODE_ERR_NOMEM, ENCODE_ERR_UNKNOWN_CHARSET (no
  * UTF-8 converter: the converters are not initialized).  Work is linear in
@@ -170,7 +171,8 @@ RQ_API S32 ENCODE_strntol(const char *text, U32 count, U32 base) RQ_NOEXCEPT;
  * 0, ENCODE_ERR_BADARG (NULL, or an encoding other than B or Q),
  * ENCODE_ERR_UNKNOWN_CHARSET (no converter, or a name that is empty, longer
  * than 64 characters or holds '?' or white space), ENCODE_ERR_BADTEXT (not
- * well-formed UTF-8: stray bytes, overlong forms, surrogates),
+ * well-formed UTF-8: stray bytes, overlong forms, surrogates; or a character
+ * beyond U+FFFF),
  * ENCODE_ERR_LONG_CHARSET, ENCODE_ERR_NOMEM. */
 RQ_API U32 ENCODE_FromRFC1522(const char *mapDirectory, const char *text, char **utf8) RQ_NOEXCEPT;
 RQ_API U32 ENCODE_ToRFC1522(const char *mapDirectory, const char *utf8, const char *charset, char encoding, char **text) RQ_NOEXCEPT;
