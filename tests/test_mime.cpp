@@ -635,6 +635,116 @@ TEST(MimeParse, StreamKindsAgree)
     }
 }
 
+// MIME_FLAG_RFC: each rule of the standards mode against the parser's own
+// rules on the same message.  Bodies of every part in order (preamble and
+// epilogue parts included).
+std::vector<std::string> bodies(MIME_CONTEXT *ctx, const std::string &message)
+{
+    Parsed m(ctx, message);
+    EXPECT_EQ(m.status, 0u);
+    std::vector<std::string> v;
+    for (MIME_PART *p : m.parts())
+        v.push_back(body(ctx, p));
+    return v;
+}
+
+TEST(MimeParse, StandardsModeAgainstOwnRules)
+{
+    struct Case {
+        const char *what;
+        std::string message;
+        std::vector<std::string> own, rfc;
+    };
+    const std::string mixed = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
+    std::vector<Case> cases = {
+        {"quoted boundary holding \"=\" (a value runs from the last \"=\" without the flag)",
+         "Content-Type: multipart/mixed; boundary=\"----=_NextPart_000_0001\"\r\n\r\n"
+         "------=_NextPart_000_0001\r\n\r\na\r\n------=_NextPart_000_0001--\r\nepilogue\r\n",
+         {"------=_NextPart_000_0001\r\n\r\na\r\n------=_NextPart_000_0001--\r\nepilogue\r\n"},
+         {"", "a", "epilogue\r\n"}},
+        {"unquoted 0__= boundary",
+         "Content-Type: multipart/mixed; boundary=0__=8FBB\r\n\r\n--0__=8FBB\r\nContent-Type: text/html\r\n\r\n<p>\r\n"
+         "--0__=8FBB--\r\n",
+         {"--0__=8FBB\r\nContent-Type: text/html\r\n\r\n<p>\r\n"},
+         {"", "<p>", ""}},
+        {"nested: the outer boundary closes the inner multipart",
+         mixed + "--b\r\nContent-Type: multipart/alternative; boundary=i\r\n\r\n--i\r\n\r\nin\r\n--b\r\n\r\nout\r\n--b--\r\n",
+         {"", "--i\r\n\r\nin\r\n", "out\r\n", ""},
+         {"", "", "in", "out", ""}},
+        {"the line end before the boundary is the boundary's", mixed + "--b\r\n\r\nx\r\n\r\n--b--\r\n",
+         {"", "x\r\n\r\n", ""}, {"", "x\r\n", ""}},
+        {"LF line ends", "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n\n--b--\n",
+         {"", "x\n\n", ""}, {"", "x\n", ""}},
+        {"a last line starting with a dash is body text", mixed + "--b\r\n\r\nbody\r\n-- sig\r\n--b--\r\n",
+         {"", "body\r\n", ""}, {"", "body\r\n-- sig", ""}},
+        {"a delimiter line is the boundary alone", mixed + "--b\r\n\r\na\r\n--bb\r\n\r\nc\r\n--b-- \t\r\n",
+         {"", "a\r\n", "c\r\n", ""}, {"", "a\r\n--bb\r\n\r\nc", ""}},
+        {"the body starts after the first empty line", "Subject: s\r\n\r\n\r\nz\r\n", {"z\r\n"}, {"\r\nz\r\n"}},
+        {"a boundary on a type that is not multipart", "Content-Type: text/html; boundary=b\r\n\r\n--b\r\n\r\nx\r\n--b--\r\n",
+         {"", "x\r\n", ""}, {"--b\r\n\r\nx\r\n--b--\r\n"}},
+        {"message/rfc822 stays one part",
+         mixed + "--b\r\nContent-Type: message/rfc822\r\n\r\nSubject: in\r\n\r\nbody\r\n--b--\r\n",
+         {"", "Subject: in\r\n\r\nbody\r\n", ""}, {"", "Subject: in\r\n\r\nbody", ""}},
+        {"an empty body", mixed + "--b\r\n\r\n--b--\r\n", {"", "", ""}, {"", "", ""}},
+    };
+    for (const char *subtype : {"alternative", "related", "signed"})
+        cases.push_back({subtype,
+                         std::string("Content-Type: multipart/") + subtype +
+                             "; boundary=b\r\n\r\n--b\r\n\r\none\r\n--b\r\n\r\ntwo\r\n--b--\r\n",
+                         {"--b\r\n\r\none\r\n--b\r\n\r\ntwo\r\n--b--\r\n"},  // no boundary: "-" lines count
+                         {"", "one", "two", ""}});
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        rqtest::LeakCheck leaks;
+        Context ctx;
+        EXPECT_EQ(bodies(ctx.c, c.message), c.own);
+        MIME_setContextFlags(ctx.c, MIME_FLAG_RFC);
+        EXPECT_EQ(bodies(ctx.c, c.message), c.rfc);
+    }
+}
+
+TEST(MimeParse, StandardsModeTypesAndParameters)
+{
+    rqtest::LeakCheck leaks;
+    const std::string message =
+        "Content-Type: multipart/alternative; boundary=\" b\"\r\n\r\n-- b\r\n"
+        "Content-Type: text/plain; name=\"a;b = c\" (note); title=\" x \\\"y\\\" \"\r\n\r\none\r\n"
+        "-- b\r\nContent-Type: message/rfc822\r\n\r\nSubject: in\r\n\r\nbody\r\n-- b--\r\n";
+    for (bool rfc : {false, true}) {
+        SCOPED_TRACE(rfc);
+        Context ctx;
+        if (rfc)
+            MIME_setContextFlags(ctx.c, MIME_FLAG_RFC);
+        Parsed m(ctx.c, message);
+        ASSERT_EQ(m.status, 0u);
+        auto parts = m.parts();
+        if (!rfc) {
+            // Unknown subtype: the type stays text/plain and nothing splits.
+            ASSERT_EQ(parts.size(), 1u);
+            EXPECT_EQ(parts[0]->type, U32{MIME_TYPE_TEXT});
+            continue;
+        }
+        ASSERT_EQ(parts.size(), 4u);
+        EXPECT_EQ(parts[0]->type, U32{MIME_TYPE_MULTIPART});
+        EXPECT_EQ(parts[0]->subtype, U32{MIME_SUBTYPE_UNKNOWN});
+        EXPECT_EQ(parts[2]->type, U32{MIME_TYPE_MESSAGE});
+        EXPECT_EQ(body(ctx.c, parts[2]), "Subject: in\r\n\r\nbody");
+        std::map<std::string, std::string> params;
+        for (MIME_PARAMETER *p = parts[1]->fields->parameters; p != nullptr; p = p->next)
+            params[p->name] = p->value;
+        EXPECT_EQ(params, (std::map<std::string, std::string>{{"name", "a;b = c"}, {"title", " x \"y\" "}}));
+        EXPECT_EQ(body(ctx.c, parts[1]), "one");
+    }
+    // Without the flag the same parameters fall apart at the ";" and the
+    // last "=", and lose their blanks.
+    Context ctx;
+    Parsed m(ctx.c, "Content-Type: text/plain; name=\"a;b = c\"; title=\" x \"\r\n\r\n");
+    std::map<std::string, std::string> params;
+    for (MIME_PARAMETER *p = m.wrapper->parts->fields->parameters; p != nullptr; p = p->next)
+        params[p->name] = p->value;
+    EXPECT_EQ(params, (std::map<std::string, std::string>{{"name", "a"}, {"b", "c"}, {"title", "x"}}));
+}
+
 // ---- Generator ---------------------------------------------------------------
 
 TEST(MimeOutput, FieldsAndBoundaries)
