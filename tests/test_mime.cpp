@@ -1020,25 +1020,32 @@ TEST(MimeGrowth, PartsAndNestingCostLinearWork)
 TEST(MimeAllocation, ParseBodyAndOutput)
 {
     Context ctx;
-    std::string message = kMultipart;
-    rqtest::allocationSweep(
-        [&] {
-            STREAM *s = nullptr;
-            U32 status = STREAM_attachToBuffer(&s, message.data(), static_cast<U32>(message.size()), STREAM_READ);
-            if (status != 0)
+    // With the parser's own rules, then under MIME_FLAG_RFC on a nested
+    // message whose inner multipart the outer boundary closes.
+    for (std::string message :
+         {kMultipart, std::string("Content-Type: multipart/related; boundary=\"o=1\"\r\n\r\n--o=1\r\n"
+                      "Content-Type: multipart/alternative; boundary=i\r\n\r\n--i\r\n\r\nx\r\n--o=1--\r\ne\r\n")}) {
+        rqtest::allocationSweep(
+            [&] {
+                STREAM *s = nullptr;
+                U32 status = STREAM_attachToBuffer(&s, message.data(), static_cast<U32>(message.size()), STREAM_READ);
+                if (status != 0)
+                    return status;
+                MIME_WRAPPER *w = nullptr;
+                status = MIME_parseMessageFromStream(ctx.c, s, &w);
+                if (w != nullptr)
+                    MIME_destroyWrapper(ctx.c, &w);
+                STREAM_destroy(&s);
                 return status;
-            MIME_WRAPPER *w = nullptr;
-            status = MIME_parseMessageFromStream(ctx.c, s, &w);
-            if (w != nullptr)
-                MIME_destroyWrapper(ctx.c, &w);
-            STREAM_destroy(&s);
-            return status;
-        },
-        [](U32 status) {
-            // An allocation inside a header's processing only drops that
-            // header; the wrapper and the parts themselves are fatal.
-            EXPECT_TRUE(status == 0 || status == MIME_ERR_NO_MEMORY || status == STREAM_ERR_NOMEM) << status;
-        });
+            },
+            [](U32 status) {
+                // An allocation inside a header's processing only drops that
+                // header; the wrapper and the parts themselves are fatal.
+                EXPECT_TRUE(status == 0 || status == MIME_ERR_NO_MEMORY || status == STREAM_ERR_NOMEM) << status;
+            });
+        MIME_setContextFlags(ctx.c, MIME_FLAG_RFC);
+    }
+    MIME_unsetContextFlags(ctx.c, MIME_FLAG_RFC);
 
     Parsed m(ctx.c, kMultipart);
     for (MIME_PART *p : m.parts()) {
