@@ -51,7 +51,8 @@ RQ_CODES {
     /* The parser follows RFC 2045/2046 instead of its own rules: ";", "=" and
      * blanks inside a quoted parameter value are kept; every multipart
      * subtype is split (a boundary counts only on a multipart type); headers
-     * end at the first empty line; a body ends before the line end that
+     * end at the first empty line (or one of blanks only), where the body
+     * starts; a body ends before the line end that
      * precedes its boundary line, which must be the boundary alone (with
      * "--" and blanks after it); a boundary of an enclosing multipart also
      * closes the inner ones; the text after a closing boundary is the body
