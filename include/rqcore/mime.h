@@ -48,16 +48,16 @@ RQ_CODES {
 RQ_CODES {
     MIME_TRACE = 0x01,     /* each entry point writes its name to the trace log */
     MIME_LOG_ERRORS = 0x02, /* failures write "%s: %s" records at errlog id 2 */
-    /* The parser follows RFC 2045/2046 instead of its own rules: ";", "=" and
-     * blanks inside a quoted parameter value are kept; every multipart
-     * subtype is split (a boundary counts only on a multipart type); headers
-     * end at the first empty line (or one of blanks only), where the body
-     * starts; a body ends before the line end that
-     * precedes its boundary line, which must be the boundary alone (with
-     * "--" and blanks after it); a boundary of an enclosing multipart also
-     * closes the inner ones; the text after a closing boundary is the body
-     * of a part without headers; message/rfc822 bodies stay one part. A
-     * known type with an unknown subtype gets MIME_SUBTYPE_UNKNOWN. */
+    /* The parser follows RFC 2045/2046 instead of its own rules: ";", "=",
+     * "(" and blanks inside a quoted parameter value are kept; every
+     * multipart subtype is split (a boundary counts only on a multipart
+     * type); headers end at the first empty line (or one of blanks only),
+     * where the body starts; a body ends before the line end that precedes
+     * its boundary line, which must be the boundary alone (with "--" and
+     * blanks after it); a boundary of an enclosing multipart also closes the
+     * inner ones; the text after a closing boundary is the body of a part
+     * without headers; message/rfc822 bodies stay one part.  A known type
+     * with an unknown subtype gets MIME_SUBTYPE_UNKNOWN. */
     MIME_FLAG_RFC = 0x100
 };
 
