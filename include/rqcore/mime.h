@@ -47,7 +47,18 @@ RQ_CODES {
 /* Context flags. */
 RQ_CODES {
     MIME_TRACE = 0x01,     /* each entry point writes its name to the trace log */
-    MIME_LOG_ERRORS = 0x02 /* failures write "%s: %s" records at errlog id 2 */
+    MIME_LOG_ERRORS = 0x02, /* failures write "%s: %s" records at errlog id 2 */
+    /* The parser follows RFC 2045/2046 instead of its own rules: ";", "=",
+     * "(" and blanks inside a quoted parameter value are kept; every
+     * multipart subtype is split (a boundary counts only on a multipart
+     * type); headers end at the first empty line (or one of blanks only),
+     * where the body starts; a body ends before the line end that precedes
+     * its boundary line, which must be the boundary alone (with "--" and
+     * blanks after it); a boundary of an enclosing multipart also closes the
+     * inner ones; the text after a closing boundary is the body of a part
+     * without headers; message/rfc822 bodies stay one part.  A known type
+     * with an unknown subtype gets MIME_SUBTYPE_UNKNOWN. */
+    MIME_FLAG_RFC = 0x100
 };
 
 /* Token classes (the high half of an identifier, as a filter) and the
@@ -118,6 +129,7 @@ RQ_CODES {
     MIME_TYPE_MULTIPART = 0x70009,
     MIME_TYPE_MESSAGE = 0x7000A,
 
+    MIME_SUBTYPE_UNKNOWN = 0x80001, /* only under MIME_FLAG_RFC */
     MIME_SUBTYPE_PLAIN = 0x80004,
     MIME_SUBTYPE_MIXED = 0x80005,
     MIME_SUBTYPE_HTML = 0x80006,

@@ -42,6 +42,15 @@ inline std::string_view trim(std::string_view text) noexcept
 U32 identify(std::string_view text, U32 classFilter, U32 *id) noexcept;
 const char *tokenText(U32 id) noexcept;
 
+// Pushes a parameter whose name and value are taken as given (no trimming),
+// identified as MIME_addParameterToField does.
+U32 addParameter(MIME_CONTEXT *context, MIME_FIELD *field, std::string_view name, std::string_view value) noexcept;
+
+inline bool rfcMode(const MIME_CONTEXT *context) noexcept
+{
+    return (context->flags & MIME_FLAG_RFC) != 0;
+}
+
 // MIME_addPartToWrapper for a caller that keeps the list's tail: *tail is
 // null or the last part of the wrapper's list, and receives the part.  The
 // parser appends every part of a message through this, so that appending

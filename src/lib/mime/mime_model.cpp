@@ -85,6 +85,22 @@ U32 rq::mime::appendPart(MIME_CONTEXT *context, MIME_WRAPPER *wrapper, MIME_PART
     return 0;
 }
 
+U32 rq::mime::addParameter(MIME_CONTEXT *context, MIME_FIELD *field, std::string_view name, std::string_view value) noexcept
+{
+    MIME_PARAMETER *parameter = allocateWithTexts<MIME_PARAMETER>(name, value);
+    if (parameter == nullptr)
+        return fail(context, "MIME_addParameterToField()", MIME_ERR_NO_MEMORY, "Out of memory.");
+    if (identify(name, MIME_CLASS_PARAMETER, &parameter->nameId) != 0)
+        parameter->nameId = MIME_PARAM_UNKNOWN;
+    if (identify(value, MIME_CLASS_VALUE, &parameter->valueId) != 0)
+        parameter->valueId = MIME_VALUE_UNKNOWN;
+    // Pushed at the head: the list holds parameters newest first, and the
+    // generator writes them in that order.
+    parameter->next = field->parameters;
+    field->parameters = parameter;
+    return 0;
+}
+
 extern "C" {
 
 // ---- Context -----------------------------------------------------------------
@@ -147,20 +163,7 @@ RQ_API U32 MIME_addParameterToField(MIME_CONTEXT *context, MIME_FIELD *field, co
     MIME_ENTER(context, "MIME_addParameterToField()");
     if (field == nullptr || name == nullptr || value == nullptr)
         return nullParameter(context, "MIME_addParameterToField()");
-    std::string_view trimmedName = trim(name);
-    std::string_view trimmedValue = trim(value);
-    MIME_PARAMETER *parameter = allocateWithTexts<MIME_PARAMETER>(trimmedName, trimmedValue);
-    if (parameter == nullptr)
-        return fail(context, "MIME_addParameterToField()", MIME_ERR_NO_MEMORY, "Out of memory.");
-    if (identify(trimmedName, MIME_CLASS_PARAMETER, &parameter->nameId) != 0)
-        parameter->nameId = MIME_PARAM_UNKNOWN;
-    if (identify(trimmedValue, MIME_CLASS_VALUE, &parameter->valueId) != 0)
-        parameter->valueId = MIME_VALUE_UNKNOWN;
-    // Pushed at the head: the list holds parameters newest first, and the
-    // generator writes them in that order.
-    parameter->next = field->parameters;
-    field->parameters = parameter;
-    return 0;
+    return addParameter(context, field, trim(name), trim(value));
 }
 
 RQ_API U32 MIME_destroyField(MIME_CONTEXT *context, MIME_FIELD **field) noexcept

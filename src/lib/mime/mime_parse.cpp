@@ -86,11 +86,15 @@ public:
         return 0;
     }
 
+    // Bytes of line end that the last read consumed after the line's text.
+    U32 lineEnd() const noexcept { return lineEnd_; }
+
     // Reads one line into a 256-byte buffer, always terminated.
     U32 read(char *line) noexcept
     {
+        lineEnd_ = 0;
         if (mode_ == kLines)
-            return readLine(in_, line);
+            return readLines(line);
         if (mode_ == kFile)
             return readFileLine(line);
         if (available() == 0 && !ended_)
@@ -118,8 +122,11 @@ public:
         offset_ += length;
         if (ended) {
             char end = block_[offset_++];
-            if (end == '\r' && available() != 0 && block_[offset_] == '\n')
+            lineEnd_ = 1;
+            if (end == '\r' && available() != 0 && block_[offset_] == '\n') {
                 ++offset_;
+                lineEnd_ = 2;
+            }
         }
         return 0;
     }
@@ -137,6 +144,21 @@ private:
     enum Mode { kLines, kMemory, kFile };
 
     U32 available() const noexcept { return length_ - offset_; }
+
+    // A stream of another kind, in its line mode: the line end is what the
+    // position moved by beyond the text (0 when positions are unknown).
+    U32 readLines(char *line) noexcept
+    {
+        U32 before = 0, after = 0;
+        bool known = tell(in_, &before) == 0;
+        U32 status = readLine(in_, line);
+        if (status == 0 && known && tell(in_, &after) == 0) {
+            size_t text = std::strlen(line);
+            if (after >= before && after - before > text)
+                lineEnd_ = static_cast<U32>(after - before - text);
+        }
+        return status;
+    }
 
     // The next byte, or -1 at the end of the data.
     int next() noexcept
@@ -167,9 +189,13 @@ private:
             offset_ += length;
             if (length == limit)
                 return 0;  // a full read: the line end stays for the next one
+            lineEnd_ = 1;
             if (block_[offset_++] == '\n')
                 return 0;
-            for (int c = next(); c == '\r'; c = next()) {
+            for (int c = next(); c >= 0; c = next()) {
+                ++lineEnd_;
+                if (c != '\r')
+                    break;
             }  // a CR run and the byte after it end the line
             return 0;
         }
@@ -180,12 +206,14 @@ private:
             if (c < 0)
                 break;
             if (inLineEnd) {
+                ++lineEnd_;
                 if (c != '\r')
                     break;  // the byte after a CR run belongs to the line end
                 continue;
             }
             if (c == '\r' || c == '\n') {
                 inLineEnd = true;
+                lineEnd_ = 1;
                 if (c == '\n')
                     break;
                 continue;
@@ -224,15 +252,17 @@ private:
     U32 base_ = 0;    // stream position of block_[0]
     U32 offset_ = 0;  // next unread byte
     U32 length_ = 0;  // bytes in the block
+    U32 lineEnd_ = 0;
     char block_[kBlock];
 };
 
 struct Parse {
-    Parse(MIME_CONTEXT *c, STREAM *s, MIME_WRAPPER *w) noexcept : context(c), in(s), wrapper(w) {}
+    Parse(MIME_CONTEXT *c, STREAM *s, MIME_WRAPPER *w) noexcept : context(c), in(s), wrapper(w), rfc(rfcMode(c)) {}
 
     MIME_CONTEXT *context;
     STREAM *in;
     MIME_WRAPPER *wrapper;
+    bool rfc;  // MIME_FLAG_RFC
     MIME_PART *part = nullptr;
     MIME_PART *tail = nullptr;  // the wrapper's last part: appending never walks the list
     char *stack[kStackDepth] = {};
@@ -294,7 +324,9 @@ struct Parse {
         char *value = colon + 1;
         while (isSpace(*value))
             ++value;
-        if (MIME_stripNonMachineText(context, value) == 0)
+        // Under MIME_FLAG_RFC the field splitter removes the quotes itself,
+        // once it knows which ";" and "=" they protect.
+        if (MIME_stripNonMachineText(context, value) == 0 && !rfc)
             MIME_stripDQuotesAndBackslashes(context, value);
         // MIME_grokField logs its own failures with the failing step; no
         // header error stops the parse.
@@ -311,7 +343,9 @@ struct Parse {
         // The header's length is kept as lines are joined: measuring it again
         // for every continuation line would cost the square of its length.
         size_t have = std::strlen(header);
-        for (;;) {
+        if (rfc && header[0] == '\0')
+            readFirstBodyLine();
+        for (; !(rfc && state == kBody);) {
             U32 readStatus = source.read(line);
             if (readStatus != 0) {
                 noteRead(readStatus);
@@ -320,6 +354,12 @@ struct Parse {
             }
             if (line[0] != '\0' && !isSpace(line[0]))
                 break;  // a new header, or the first body line
+            if (rfc && allWhite(line)) {
+                // The body starts right after the first blank line.
+                startBody();
+                readFirstBodyLine();
+                break;
+            }
             if (line[0] == '\0') {
                 // Further empty lines move the body start past them.
                 startBody();
@@ -343,9 +383,103 @@ struct Parse {
         return 0;
     }
 
+    void readFirstBodyLine() noexcept
+    {
+        U32 readStatus = source.read(line);
+        if (readStatus != 0) {
+            noteRead(readStatus);
+            line[0] = '\0';
+        }
+    }
+
+    // Under MIME_FLAG_RFC: the boundary stack entry (or, for the wrapper's
+    // own unstacked boundary, `depth`) that the line delimits, or -1.  A
+    // delimiter line is the boundary, "--" if it closes, and blanks only.
+    int delimiter(bool *closing) const noexcept
+    {
+        if (line[0] != '-')
+            return -1;
+        auto matches = [&](const char *boundary) {
+            size_t length = std::strlen(boundary);
+            if (length == 0 || std::strncmp(line, boundary, length) != 0)
+                return false;
+            const char *rest = line + length;
+            *closing = rest[0] == '-' && rest[1] == '-';
+            if (*closing)
+                rest += 2;
+            for (; *rest == ' ' || *rest == '\t'; ++rest) {
+            }
+            return *rest == '\0';
+        };
+        if (depth > 0 && std::strcmp(wrapper->boundary, stack[depth - 1]) != 0 && matches(wrapper->boundary))
+            return static_cast<int>(depth);
+        for (U32 level = depth; level-- > 0;)
+            if (matches(stack[level]))
+                return static_cast<int>(level);
+        if (depth == 0 && matches(wrapper->boundary))
+            return 0;
+        return -1;
+    }
+
+    // State 2 under MIME_FLAG_RFC.  The line end before a delimiter line
+    // belongs to the delimiter; a delimiter of an enclosing multipart closes
+    // the inner ones; after a closing delimiter comes an epilogue, a body
+    // without headers.
+    U32 readBodyRfc() noexcept
+    {
+        U32 textEnd = part->bodyStart;  // where the last body line's text ends
+        for (;;) {
+            bool closing = false;
+            int level = delimiter(&closing);
+            if (level >= 0) {
+                part->bodyLength = textEnd > part->bodyStart ? textEnd - part->bodyStart : 0;
+                appendPart(context, wrapper, part, &tail);
+                part = nullptr;
+                // The entries that stay open; the wrapper's unstacked boundary
+                // (past the nesting limit) leaves the stack as it is.
+                bool unstacked = static_cast<U32>(level) == depth;
+                U32 keep = unstacked ? depth : static_cast<U32>(level) + (closing ? 0 : 1);
+                while (depth > keep)
+                    RQ_FREE(stack[--depth]);
+                if (!unstacked || closing) {
+                    if (depth > 0)
+                        std::strcpy(wrapper->boundary, stack[depth - 1]);
+                    else
+                        wrapper->boundary[0] = '\0';
+                }
+                U32 created = MIME_createPart(context, &part);
+                if (created != 0)
+                    return created;
+                part->stream = in;
+                if (closing) {
+                    startBody();
+                    textEnd = part->bodyStart;
+                    part->bodyLength = 0;
+                } else {
+                    state = kHeaders;
+                    noteRead(source.read(header));
+                    if (done)
+                        header[0] = '\0';
+                    return 0;
+                }
+            } else {
+                U32 position = 0;
+                if (source.position(&position) == 0 && position >= part->bodyStart) {
+                    part->bodyLength = position - part->bodyStart;
+                    textEnd = position - std::min(source.lineEnd(), part->bodyLength);
+                }
+            }
+            noteRead(source.read(line));
+            if (done)
+                return 0;
+        }
+    }
+
     // State 2, with the last line read in the line buffer.
     U32 readBody() noexcept
     {
+        if (rfc)
+            return readBodyRfc();
         U32 bodyLength = 0;
         for (;;) {
             size_t boundaryLength = std::strlen(wrapper->boundary);
@@ -388,6 +522,19 @@ struct Parse {
     }
 };
 
+// Under MIME_FLAG_RFC: a known type whose subtype the table does not name
+// keeps its type, with MIME_SUBTYPE_UNKNOWN (so that any multipart splits).
+U32 setKnownType(MIME_CONTEXT *context, MIME_PART *part, const char *text) noexcept
+{
+    std::string_view whole(text);
+    size_t slash = whole.find('/');
+    U32 type = 0;
+    if (slash == std::string_view::npos || identify(whole.substr(0, slash), MIME_CLASS_TYPE, &type) != 0 ||
+        trim(whole.substr(slash + 1)).empty())
+        return MIME_REJECTED;
+    return MIME_setPartType(context, part, type, MIME_SUBTYPE_UNKNOWN);
+}
+
 }  // namespace
 
 extern "C" {
@@ -411,10 +558,14 @@ RQ_API U32 MIME_grokField(MIME_CONTEXT *context, char **boundaryStack, U32 *dept
 
     case MIME_FIELD_CONTENT_TYPE: {
         status = MIME_setPartTypeByString(context, part, field->value);
+        if (status != 0 && rfcMode(context))
+            status = setKnownType(context, part, field->value);
         if (status != 0)
             return fail(context, "MIME_grokField()", status, "MIME_addFieldToPart()");
         const char *text = nullptr;
-        if (MIME_getFieldParameterValue(context, field, MIME_PARAM_BOUNDARY, &text) == 0) {
+        // Under MIME_FLAG_RFC a boundary means something on a multipart only.
+        bool split = !rfcMode(context) || part->type == MIME_TYPE_MULTIPART;
+        if (split && MIME_getFieldParameterValue(context, field, MIME_PARAM_BOUNDARY, &text) == 0) {
             wrapper->boundary[0] = '-';
             wrapper->boundary[1] = '-';
             size_t kept = strnlen(text, kBoundaryKept - 2);
