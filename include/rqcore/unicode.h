@@ -170,8 +170,8 @@ RQ_API void UNICODE_debug_dump_mbcs(void *state) RQ_NOEXCEPT;
  * unconverted (sourceEnd points at it).  From Unicode: a character without
  * a mapping (and ESC, SO, SI) is written as SUB (26) in ASCII, and the text
  * ends back in ASCII.  A conversion stopped by 0x18370 keeps its shift state
- * in the converter for the call that continues it; any other outcome
- * returns the converter to its initial state. */
+ * in the converter for the call that continues from its sourceEnd; a call
+ * from any other position starts a new text in the initial state. */
 RQ_API void *UNICODE_NewConverter_iso2022jp(int type, uintptr_t createParameter) RQ_NOEXCEPT;
 RQ_API void *UNICODE_NewConverter_iso2022cn(int type, uintptr_t createParameter) RQ_NOEXCEPT;
 RQ_API U32 UNICODE_AddMapping_iso2022(void *state, const U32 *native, const U32 *unicode) RQ_NOEXCEPT;

@@ -7,9 +7,8 @@
 //
 // The shift state lives in the converter between calls only while a
 // conversion is unfinished: a call that stops because the destination is
-// full keeps it for the continuation from sourceEnd; any other outcome
-// returns the converter to its initial state, so the next text starts
-// fresh.  The encoder never writes an escape sequence, shift or designation
+// full keeps it for the call that continues from its sourceEnd; any other
+// outcome, or a call from anywhere else, starts in the initial state.  The encoder never writes an escape sequence, shift or designation
 // unless the character it announces fits after it.
 #define RQ_SOURCE_TAG "src/lib/core/lib/unicode/conv_iso2022"
 #include "internal/rq_mem.h"
@@ -58,6 +57,11 @@ struct Iso2022State {
     U16 *fromCode;
     Mode decode;
     Mode encode;
+    // Where a conversion stopped by a full destination continues: a call
+    // from anywhere else starts a new text in the initial state, so an
+    // abandoned conversion does not colour the next one.
+    const void *decodeResume;
+    const void *encodeResume;
 };
 
 // The map being loaded, handed to the map reader as the state of a private
@@ -365,9 +369,12 @@ bool encodeOne(const Iso2022State *state, Mode *m, UNICODE_CHAR c, unsigned char
         buffer[n++] = kEsc;
         buffer[n++] = 'N';
     } else {
+        // A new designation is followed by SO even when already shifted
+        // out: some readers (glibc's among them) apply a designation to G1
+        // only at the next SO.
         if (m->g1 != t.set)
             put(designation(t.set));
-        if (!m->shifted)
+        if (!m->shifted || m->g1 != t.set)
             buffer[n++] = kSO;
         next.g1 = t.set;
         next.shifted = 1;
@@ -422,12 +429,15 @@ RQ_API U32 UNICODE_ConvertToUnicode_iso2022(void *opaque, const char *source, UN
     size_t produced = 0;
     if (destination == nullptr) {
         // Measuring leaves the shift state of an unfinished conversion alone.
-        Mode scratch = state->decode;
+        Mode scratch = source == state->decodeResume ? state->decode : kInitial;
         return decode(state, &scratch, s, nullptr, 0, sourceEnd, &produced);
     }
     // One character is kept for the terminator.
     const size_t room = *size >= 2 ? *size / 2 - 1 : 0;
+    if (source != state->decodeResume)
+        state->decode = kInitial;
     U32 rc = decode(state, &state->decode, s, destination, room, sourceEnd, &produced);
+    state->decodeResume = rc == UNICODE_DESTINATION_FULL ? *sourceEnd : nullptr;
     if (*size >= 2)
         destination[produced] = 0;
     *size = static_cast<U32>(produced * 2);
@@ -447,7 +457,7 @@ RQ_API U32 UNICODE_ConvertFromUnicode_iso2022(void *opaque, const UNICODE_CHAR *
     const size_t room = *size >= 1 ? *size - 1 : 0;
     auto *d = reinterpret_cast<unsigned char *>(destination);
     size_t written = 0;
-    Mode m = state->encode;
+    Mode m = source == state->encodeResume ? state->encode : kInitial;
     U32 rc = 0;
     const UNICODE_CHAR *s = source;
     for (; *s != 0; ++s) {
@@ -478,6 +488,7 @@ RQ_API U32 UNICODE_ConvertFromUnicode_iso2022(void *opaque, const UNICODE_CHAR *
     *size = static_cast<U32>(written);
     *sourceEnd = s;
     state->encode = rc == UNICODE_DESTINATION_FULL ? m : kInitial;
+    state->encodeResume = rc == UNICODE_DESTINATION_FULL ? s : nullptr;
     return rc;
 }
 
