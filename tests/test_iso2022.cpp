@@ -4,9 +4,9 @@
 //
 // Allowed differences from iconv, each a rule of the converters:
 //  - a cell without a character decodes to U+FFFD where iconv refuses it;
-//  - glibc's ISO-2022-CN writer forgets to shift out after a plane-2
-//    character (SS2) that opens a line, so its output for such text is
-//    compared with what glibc itself reads from it, not with the text.
+//  - glibc's ISO-2022-CN writer treats SS2 as a locking shift, so its
+//    output is only compared for text that keeps it out of that fault (see
+//    EveryMappedCharacterAgainstIconv).
 #include "rqtest.h"
 
 #include "rqcore/charmap.h"
@@ -189,17 +189,23 @@ TEST_F(Iso2022, EveryMappedCharacterAgainstIconv)
         const std::optional<std::string> back = fromIconv(ours);
         ASSERT_TRUE(back.has_value());
         EXPECT_TRUE(fromUcs2(*back) == text) << firstDifference(fromUcs2(*back), text);
-        const std::optional<std::string> theirs = toIconv(toUcs2(text));
-        ASSERT_TRUE(theirs.has_value());
-        // Both read iconv's bytes alike.  (glibc's ISO-2022-CN writer loses
-        // track of SO after an SS2 character that opens a line, so its own
-        // reader does not give the text back there: compared reader to
-        // reader, and with the text itself for ISO-2022-JP.)
-        const U16String reread = fromUcs2(fromIconv(*theirs).value_or(""));
-        EXPECT_TRUE(decode(c, *theirs) == reread) << firstDifference(decode(c, *theirs), reread);
-        if (k.japanese) {
-            EXPECT_TRUE(reread == text);
+        // glibc's ISO-2022-CN writer treats SS2 as a locking shift: it
+        // writes one SS2 for a run of plane-2 characters, and none of SO
+        // when such a character is followed by a G1 one outside SO, so its
+        // own reader does not give such text back.  What it is given here
+        // has a GB 2312 character opening each line and after every
+        // character, which keeps SO in force and breaks every run.
+        U16String given = text;
+        if (!k.japanese) {
+            given = u"\x554A";
+            for (char16_t ch : text) {
+                given.push_back(ch);
+                given.push_back(u'\x554A');
+            }
         }
+        const std::optional<std::string> theirs = toIconv(toUcs2(given));
+        ASSERT_TRUE(theirs.has_value());
+        EXPECT_TRUE(decode(c, *theirs) == given) << firstDifference(decode(c, *theirs), given);
         // Character by character, to name any that differ.
         int differences = 0;
         for (char16_t ch : text) {
