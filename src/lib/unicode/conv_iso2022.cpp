@@ -47,7 +47,7 @@ constexpr Mode kInitial{kAscii, kNone, kNone, 0};
 
 struct Iso2022State {
     int variant;
-    // The two-byte sets, 94x94 cells each, 0 where a cell is unmapped:
+    // The two-byte sets, 94x94 cells each, U+FFFD where a cell is unmapped:
     // [0] JIS X 0208 or GB 2312, [1] CNS 11643 plane 1, [2] plane 2.
     UNICODE_CHAR *toUnicode[3];
     unsigned char toSet[3];
@@ -104,9 +104,11 @@ U32 loadSet(Iso2022State *state, const char *directory, const char *file, int ta
     if (!path)
         return UNICODE_ERR_MEMORY;
     SIS_CrtSNPrintf(path.get(), length, "%s/%s", directory, file);
-    auto *cells = static_cast<UNICODE_CHAR *>(RQ_CALLOC(kCells, sizeof(UNICODE_CHAR)));
+    auto *cells = static_cast<UNICODE_CHAR *>(RQ_MALLOC(kCells * sizeof(UNICODE_CHAR)));
     if (cells == nullptr)
         return UNICODE_ERR_MEMORY;
+    for (size_t i = 0; i < kCells; ++i)
+        cells[i] = rq::unicode::kReplacement;
     state->toUnicode[table] = cells;
     state->toSet[table] = set;
     Loading loading{state, table};
@@ -170,8 +172,32 @@ int tableOf(unsigned char set) noexcept
 // One cell of a two-byte set; U+FFFD for a cell without a character.
 UNICODE_CHAR cellOf(const Iso2022State *state, unsigned char set, unsigned char a, unsigned char b) noexcept
 {
-    UNICODE_CHAR u = state->toUnicode[tableOf(set)][(a - 0x21) * 94 + (b - 0x21)];
-    return u != 0 ? u : rq::unicode::kReplacement;
+    return state->toUnicode[tableOf(set)][(a - 0x21) * 94 + (b - 0x21)];
+}
+
+// Decodes the plain run at p, the common case, without the checks for
+// escapes, shifts and line ends: two-byte characters in a two-byte mode,
+// else printable ASCII.  Stops at anything else or when room is used up.
+const unsigned char *decodeRun(const Iso2022State *state, const Mode &m, const unsigned char *p, UNICODE_CHAR *out,
+                               size_t room, size_t *n) noexcept
+{
+    const bool japanese = state->variant == kJapanese;
+    size_t i = *n;
+    if (japanese ? m.g0 == kJis0208 : m.shifted != 0) {
+        const UNICODE_CHAR *cells = state->toUnicode[tableOf(japanese ? m.g0 : m.g1)];
+        while (i < room) {
+            const unsigned a = p[0] - 0x21u, b = p[1] - 0x21u;
+            if (a >= 94 || b >= 94)
+                break;
+            out[i++] = cells[a * 94 + b];
+            p += 2;
+        }
+    } else if (m.g0 == kAscii) {
+        while (i < room && p[0] - 0x20u < 0x60u)
+            out[i++] = *p++;
+    }
+    *n = i;
+    return p;
 }
 
 enum class Step { kOk, kIncomplete, kInvalid };
@@ -221,6 +247,8 @@ U32 decode(const Iso2022State *state, Mode *mode, const unsigned char *s, UNICOD
     U32 rc = 0;
     const unsigned char *p = s;
     for (;;) {
+        if (out != nullptr)
+            p = decodeRun(state, m, p, out, room, &n);
         const unsigned char c = *p;
         if (c == 0)
             break;
