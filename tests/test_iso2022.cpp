@@ -99,19 +99,22 @@ std::string firstDifference(const U16String &got, const U16String &expected)
     return out.str();
 }
 
-// Whole-buffer conversions; the status comes back through rc.
+// Whole-buffer conversions; the status comes back through rc.  The text is
+// read from a block of its exact size, so that a read past its terminator
+// shows under AddressSanitizer.
 U16String decode(UNICODE_CONVERTER *c, const std::string &text, U32 *rc = nullptr, size_t *stop = nullptr)
 {
     UNICODE_CHAR *out = nullptr;
     const char *end = nullptr;
-    U32 status = UNICODE_ConvertToUnicodeBufferExt(c, text.c_str(), &out, &end, 0);
+    const std::vector<char> exact(text.c_str(), text.c_str() + text.size() + 1);
+    U32 status = UNICODE_ConvertToUnicodeBufferExt(c, exact.data(), &out, &end, 0);
     if (rc != nullptr)
         *rc = status;
     U16String result;
     if (status == 0) {
         result = reinterpret_cast<const char16_t *>(out);
         if (stop != nullptr)
-            *stop = static_cast<size_t>(end - text.c_str());
+            *stop = static_cast<size_t>(end - exact.data());
         UNICODE_BufferFree(reinterpret_cast<void **>(&out));
     }
     return result;
@@ -238,6 +241,7 @@ TEST_F(Iso2022, BadInput)
         {true, "a\x1B", 0, 1, u"a"},                         // escape cut after ESC
         {true, "a\x1B$", 0, 1, u"a"},                        // ... and after its second byte
         {true, "\x1B$B\x30", 0, 3, u""},                     // a two-byte character cut
+        {false, "\x1B$)A\x0E\x30\x21\x30", 0, 7, u"\x554A"},  // ... in a run of them
         {true, "\x1B$B\x30\x0A", 0x18393, 3, u""},           // ... or broken
         {true, "\x1B$B\x22\x2F\x1B(B", 0, 8, u"\xFFFD"},     // a cell without a character
         {true, "\x1B$B\x30\x21\n", 0, 6, u"\x4E9C\n"},       // a line end in a two-byte mode stays itself

@@ -186,8 +186,13 @@ const unsigned char *decodeRun(const Iso2022State *state, const Mode &m, const u
     if (japanese ? m.g0 == kJis0208 : m.shifted != 0) {
         const UNICODE_CHAR *cells = state->toUnicode[tableOf(japanese ? m.g0 : m.g1)];
         while (i < room) {
-            const unsigned a = p[0] - 0x21u, b = p[1] - 0x21u;
-            if (a >= 94 || b >= 94)
+            // The second byte is read only after the first is known not to
+            // be the terminator.
+            const unsigned a = p[0] - 0x21u;
+            if (a >= 94)
+                break;
+            const unsigned b = p[1] - 0x21u;
+            if (b >= 94)
                 break;
             out[i++] = cells[a * 94 + b];
             p += 2;
