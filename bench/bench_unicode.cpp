@@ -1,6 +1,6 @@
 // The converters beside glibc iconv and ICU on the same 16 MB texts:
 // UTF-8 <-> UCS-2 (ASCII text and a mixed Japanese text), ISO-8859-1 and
-// windows-1252 <-> UCS-2, Shift_JIS and EUC-KR <-> UCS-2.  Every side writes
+// windows-1252 <-> UCS-2, Shift_JIS, EUC-KR and ISO-2022-JP <-> UCS-2.  Every side writes
 // into a buffer allocated once, outside the timed loop; bytes processed are
 // the input bytes of each direction.
 #include <benchmark/benchmark.h>
@@ -33,6 +33,7 @@ std::string iconvAll(const char *from, const char *to, const std::string &input)
     char *o = out.data();
     size_t outLeft = out.size();
     iconv(cd, &in, &inLeft, &o, &outLeft);
+    iconv(cd, nullptr, nullptr, &o, &outLeft);  // a stateful set returns to its initial state
     iconv_close(cd);
     out.resize(out.size() - outLeft);
     return out;
@@ -119,6 +120,12 @@ UNICODE_CONVERTER *converterFor(const char *mapName, const char *iconvName, U32 
 {
     UNICODE_Initialize(0);
     UNICODE_CONVERTER *c = nullptr;
+    static const std::string maps = std::string(RQ_DATA_DIR) + "/charmaps";
+    if (type == UNICODE_TYPE_ISO2022JP || type == UNICODE_TYPE_ISO2022CN) {
+        // These load their own maps from the directory.
+        UNICODE_NewConverter(&c, type, reinterpret_cast<uintptr_t>(maps.c_str()));
+        return c;
+    }
     UNICODE_NewConverter(&c, type, 0);
     if (type == UNICODE_TYPE_UTF8)
         return c;
@@ -148,6 +155,7 @@ const Case kCases[] = {
     {"windows_1252", "1252", "CP1252", "windows-1252", "MSCP1252.MAP", UNICODE_TYPE_8BIT},
     {"shift_jis", "japanese", "SHIFT_JIS", "Shift_JIS", "SHIFTJIS.MAP", UNICODE_TYPE_MBCS},
     {"euc_kr", "korean", "EUC-KR", "EUC-KR", "EUCKR.MAP", UNICODE_TYPE_MBCS},
+    {"iso2022_jp", "japanese", "ISO-2022-JP", "ISO_2022,locale=ja,version=0", "", UNICODE_TYPE_ISO2022JP},
 };
 
 struct Prepared {

@@ -160,6 +160,25 @@ RQ_API U32 UNICODE_DestroyConverter_mbcs(void *state) RQ_NOEXCEPT;
 /* Prints the converter's tables to standard output, for debugging. */
 RQ_API void UNICODE_debug_dump_mbcs(void *state) RQ_NOEXCEPT;
 
+/* ISO-2022-JP (type 7) and ISO-2022-CN (type 8): the create parameter is
+ * the map directory, from which the two-byte sets are loaded
+ * ("JISC62261983.MAP"; "GB231280.MAP", "CNS11643P1.MAP", "CNS11643P2.MAP").
+ * Add-mapping accepts and ignores every mapping.  To Unicode: a cell without
+ * a character gives U+FFFD; an unknown escape sequence, a byte above 0x7F,
+ * a shift to an undesignated set or a broken two-byte character stops with
+ * 0x18393 at its first byte; a sequence cut by the end of the text is left
+ * unconverted (sourceEnd points at it).  From Unicode: a character without
+ * a mapping (and ESC, SO, SI) is written as SUB (26) in ASCII, and the text
+ * ends back in ASCII.  A conversion stopped by 0x18370 keeps its shift state
+ * in the converter for the call that continues from its sourceEnd; a call
+ * from any other position starts a new text in the initial state. */
+RQ_API void *UNICODE_NewConverter_iso2022jp(int type, uintptr_t createParameter) RQ_NOEXCEPT;
+RQ_API void *UNICODE_NewConverter_iso2022cn(int type, uintptr_t createParameter) RQ_NOEXCEPT;
+RQ_API U32 UNICODE_AddMapping_iso2022(void *state, const U32 *native, const U32 *unicode) RQ_NOEXCEPT;
+RQ_API U32 UNICODE_ConvertToUnicode_iso2022(void *state, const char *source, UNICODE_CHAR *destination, U32 *size, const char **sourceEnd, U32 flags) RQ_NOEXCEPT;
+RQ_API U32 UNICODE_ConvertFromUnicode_iso2022(void *state, const UNICODE_CHAR *source, char *destination, U32 *size, const UNICODE_CHAR **sourceEnd, U32 flags) RQ_NOEXCEPT;
+RQ_API U32 UNICODE_DestroyConverter_iso2022(void *state) RQ_NOEXCEPT;
+
 /* Byte-level steps shared by the multibyte and ISO-2022 converters.  `limit`
  * is the last position that may be written. */
 RQ_API U32 AppendUnicodeChar(UNICODE_CHAR **cursor, UNICODE_CHAR *limit, UNICODE_CHAR c) RQ_NOEXCEPT;

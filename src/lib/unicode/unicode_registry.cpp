@@ -121,8 +121,6 @@ RQ_API U32 UNICODE_Initialize(U32 ignored) noexcept
         uintptr_t createParameter;
         const char *logName;
     };
-    // ISO-2022-JP and ISO-2022-CN keep their slots and flags but have no
-    // operations yet, so asking for one is refused as unregistered.
     const Registration registrations[] = {
         {UNICODE_TYPE_8BIT, 0, UNICODE_NewConverter_8bit, UNICODE_AddMapping_8bit, UNICODE_ConvertToUnicode_8bit,
          UNICODE_ConvertFromUnicode_8bit, UNICODE_DestroyConverter_8bit, 0, "UNICODE_Initialize"},
@@ -134,10 +132,12 @@ RQ_API U32 UNICODE_Initialize(U32 ignored) noexcept
         {UNICODE_TYPE_UTF8, 0, UNICODE_NewConverter_utf8, UNICODE_AddMapping_utf8, UNICODE_ConvertToUnicode_utf8,
          UNICODE_ConvertFromUnicode_utf8, UNICODE_DestroyConverter_utf8, 0, "UNICODE_Initialize"},
         // The name logged for these two is "UNICODE_Initialized"; log readers match on it.
-        {UNICODE_TYPE_ISO2022JP, UNICODE_TYPEFLAG_MAPDIR_PARAMETER, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
-         "UNICODE_Initialized"},
-        {UNICODE_TYPE_ISO2022CN, UNICODE_TYPEFLAG_MAPDIR_PARAMETER, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
-         "UNICODE_Initialized"},
+        {UNICODE_TYPE_ISO2022JP, UNICODE_TYPEFLAG_MAPDIR_PARAMETER, UNICODE_NewConverter_iso2022jp,
+         UNICODE_AddMapping_iso2022, UNICODE_ConvertToUnicode_iso2022, UNICODE_ConvertFromUnicode_iso2022,
+         UNICODE_DestroyConverter_iso2022, 0, "UNICODE_Initialized"},
+        {UNICODE_TYPE_ISO2022CN, UNICODE_TYPEFLAG_MAPDIR_PARAMETER, UNICODE_NewConverter_iso2022cn,
+         UNICODE_AddMapping_iso2022, UNICODE_ConvertToUnicode_iso2022, UNICODE_ConvertFromUnicode_iso2022,
+         UNICODE_DestroyConverter_iso2022, 0, "UNICODE_Initialized"},
     };
 
     rq::CriticalSection guard(registrySection());
