@@ -698,11 +698,22 @@ int main(int argc, char **argv)
                part->contentId[0] != '\0' ? ", cid " : "", part->contentId);
     listContentTypes(ctx, wrapper);
 
-    /* 2. The sender. */
+    /* 2. The sender, and the subject with its encoded words decoded. */
+    UNICODE_Initialize(0);
     from = findField(wrapper->parts, MIME_FIELD_FROM);
     if (from != NULL) {
         status = CheckEMailAddress(from->value, &offset);
         printf("sender %s: %s\n", from->value, status == 0 ? "valid address" : "invalid address");
+    }
+    {
+        MIME_FIELD *subject = findField(wrapper->parts, MIME_FIELD_SUBJECT);
+        char *decoded = NULL;
+        if (subject != NULL && ENCODE_FromRFC1522(charmapDir, subject->value, &decoded) == 0) {
+            printf("subject %s\n", decoded);
+            RQCORE_free(decoded);
+        } else if (subject != NULL) {
+            printf("subject (as sent) %s\n", subject->value);
+        }
     }
 
     /* 3. The calendar: decoded, then converted from its charset to UTF-8. */
@@ -718,7 +729,6 @@ int main(int argc, char **argv)
             MIME_getFieldParameterValue(ctx, type, MIME_PARAM_CHARSET, &charset);
     }
     printf("calendar: %u bytes in %s\n", (unsigned)calendarLength, charset);
-    UNICODE_Initialize(0);
     utf8 = calendarToUtf8(calendar, charset);
     if (utf8 != NULL)
         printf("---- calendar in UTF-8 ----\n%s---- end of calendar ----\n", utf8);

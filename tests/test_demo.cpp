@@ -70,10 +70,11 @@ TEST(Demo, ShippedSamples)
 {
     struct Case {
         const char *sample;
+        const char *subject;  // the Subject line with its encoded words decoded
         const char *expected;
     };
     const Case cases[] = {
-        {"invite.eml",
+        {"invite.eml", "subject Réunion d'équipe\n",
          "event starts Tue Nov 24, 2026 9:00 AM CET (Europe/Paris, zone CET-1CEST) = Tue Nov 24, 2026 8:00 UTC\n"
          "lasting 90 min (wall clock)\n"
          "recurrence FREQ=WEEKLY;COUNT=4;BYDAY=TU\n"
@@ -83,7 +84,7 @@ TEST(Demo, ShippedSamples)
          "4 Tue Dec 15, 2026 9:00 AM CET = Tue Dec 15, 2026 8:00 UTC | mar. 15 déc. 2026 9:00 CET\n"},
         // Summer time ends on 25 October 2026: the wall clock stays at 9:30,
         // UTC moves from 7:30 to 8:30.  Five of the six dates of three weeks.
-        {"invite-dst.eml",
+        {"invite-dst.eml", nullptr,
          "event starts Tue Oct 20, 2026 9:30 AM CEST (Europe/Berlin, zone CET-1CEST) = Tue Oct 20, 2026 7:30 UTC\n"
          "lasting 45 min (wall clock)\n"
          "recurrence FREQ=WEEKLY;BYDAY=TU,TH;COUNT=5\n"
@@ -92,6 +93,15 @@ TEST(Demo, ShippedSamples)
          "3 Tue Oct 27, 2026 9:30 AM CET = Tue Oct 27, 2026 8:30 UTC | mar. 27 oct. 2026 9:30 CET\n"
          "4 Thu Oct 29, 2026 9:30 AM CET = Thu Oct 29, 2026 8:30 UTC | jeu. 29 oct. 2026 9:30 CET\n"
          "5 Tue Nov 3, 2026 9:30 AM CET = Tue Nov 3, 2026 8:30 UTC | mar. 3 nov. 2026 9:30 CET\n"},
+        // ISO-2022-JP throughout: the encoded subject, the text and the
+        // calendar; Tokyo keeps UTC+9 all year.
+        {"invite-ja.eml", "subject 定例会議のご案内\n",
+         "event starts Tue Dec 1, 2026 10:00 AM JST (Asia/Tokyo, zone JST-9) = Tue Dec 1, 2026 1:00 UTC\n"
+         "lasting 60 min (wall clock)\n"
+         "recurrence FREQ=WEEKLY;COUNT=3;BYDAY=TU\n"
+         "1 Tue Dec 1, 2026 10:00 AM JST = Tue Dec 1, 2026 1:00 UTC | mar. 1 déc. 2026 10:00 JST\n"
+         "2 Tue Dec 8, 2026 10:00 AM JST = Tue Dec 8, 2026 1:00 UTC | mar. 8 déc. 2026 10:00 JST\n"
+         "3 Tue Dec 15, 2026 10:00 AM JST = Tue Dec 15, 2026 1:00 UTC | mar. 15 déc. 2026 10:00 JST\n"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.sample);
@@ -99,6 +109,9 @@ TEST(Demo, ShippedSamples)
         std::string output = runDemo(std::string(RQ_DATA_DIR) + "/samples/" + c.sample, &exitCode);
         EXPECT_EQ(exitCode, 0) << output;
         EXPECT_EQ(calendarLines(output), c.expected);
+        if (c.subject != nullptr) {
+            EXPECT_NE(output.find(c.subject), std::string::npos) << output;
+        }
     }
 }
 
