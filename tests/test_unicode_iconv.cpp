@@ -25,8 +25,6 @@
 
 #include "rqcore/unicode.h"
 
-#include <iconv.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -67,35 +65,8 @@ std::vector<Entry> readMap(const std::string &path)
     return entries;
 }
 
-class Iconv {
-public:
-    Iconv(const std::string &from, const std::string &to) : cd_(iconv_open(to.c_str(), from.c_str())) {}
-    ~Iconv() { if (ok()) iconv_close(cd_); }
-    Iconv(const Iconv &) = delete;
-    Iconv &operator=(const Iconv &) = delete;
-    bool ok() const { return cd_ != reinterpret_cast<iconv_t>(-1); }
-    // The whole input converted, or nothing when iconv refuses any of it.
-    std::optional<std::string> operator()(const std::string &input) const
-    {
-        iconv(cd_, nullptr, nullptr, nullptr, nullptr);
-        std::string out(input.size() * 4 + 16, '\0');
-        char *in = const_cast<char *>(input.data()), *o = out.data();
-        size_t inLeft = input.size(), outLeft = out.size();
-        if (iconv(cd_, &in, &inLeft, &o, &outLeft) == static_cast<size_t>(-1) ||
-            iconv(cd_, nullptr, nullptr, &o, &outLeft) == static_cast<size_t>(-1))
-            return std::nullopt;
-        out.resize(out.size() - outLeft);
-        return out;
-    }
-
-private:
-    iconv_t cd_;
-};
-
-std::string ucs2(const std::u16string &s)
-{
-    return std::string(reinterpret_cast<const char *>(s.data()), s.size() * 2);
-}
+using rqtest::Iconv;
+const auto ucs2 = rqtest::toUcs2;
 
 // iconv's name for the set a shipped map file stands for.
 std::string iconvNameFor(const std::string &stem)

@@ -2,6 +2,8 @@
 
 #include "rqsis/rqsis_test.h"
 
+#include <iconv.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -95,6 +97,42 @@ TempDir::~TempDir()
         if (std::system(command.c_str()) != 0)
             std::fprintf(stderr, "could not remove %s\n", path_.c_str());
     }
+}
+
+Iconv::Iconv(const std::string &from, const std::string &to) : cd_(iconv_open(to.c_str(), from.c_str())) {}
+
+Iconv::~Iconv()
+{
+    if (ok())
+        iconv_close(static_cast<iconv_t>(cd_));
+}
+
+bool Iconv::ok() const { return static_cast<iconv_t>(cd_) != reinterpret_cast<iconv_t>(-1); }
+
+std::optional<std::string> Iconv::operator()(const std::string &input) const
+{
+    iconv_t cd = static_cast<iconv_t>(cd_);
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    std::string out(input.size() * 8 + 16, '\0');
+    char *in = const_cast<char *>(input.data()), *o = out.data();
+    size_t inLeft = input.size(), outLeft = out.size();
+    if (iconv(cd, &in, &inLeft, &o, &outLeft) == static_cast<size_t>(-1) ||
+        iconv(cd, nullptr, nullptr, &o, &outLeft) == static_cast<size_t>(-1))
+        return std::nullopt;
+    out.resize(out.size() - outLeft);
+    return out;
+}
+
+std::string toUcs2(const std::u16string &s)
+{
+    return std::string(reinterpret_cast<const char *>(s.data()), s.size() * 2);
+}
+
+std::u16string fromUcs2(const std::string &bytes)
+{
+    std::u16string s(bytes.size() / 2, u'\0');
+    std::memcpy(s.data(), bytes.data(), s.size() * 2);
+    return s;
 }
 
 }  // namespace rqtest

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "rqcore/types.h"
@@ -69,6 +70,26 @@ public:
 private:
     std::string path_;
 };
+
+// A glibc iconv(3) conversion, the independent reference for the charset
+// converters.
+class Iconv {
+public:
+    Iconv(const std::string &from, const std::string &to);
+    ~Iconv();
+    Iconv(const Iconv &) = delete;
+    Iconv &operator=(const Iconv &) = delete;
+    bool ok() const;
+    // The whole input converted, or nothing when iconv refuses any of it.
+    std::optional<std::string> operator()(const std::string &input) const;
+
+private:
+    void *cd_;
+};
+
+// UTF-16 text as its little-endian bytes, and back.
+std::string toUcs2(const std::u16string &s);
+std::u16string fromUcs2(const std::string &bytes);
 
 }  // namespace rqtest
 
