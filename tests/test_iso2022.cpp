@@ -12,9 +12,7 @@
 #include "rqcore/charmap.h"
 #include "rqcore/unicode.h"
 
-#include <iconv.h>
-
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -29,60 +27,21 @@ using U16String = std::u16string;
 const std::string kMaps = std::string(RQ_DATA_DIR) + "/charmaps";
 const std::string kCjk = "/usr/lib/python3.11/test/cjkencodings/";
 
-class Iconv {
-public:
-    Iconv(const std::string &from, const std::string &to) : cd_(iconv_open(to.c_str(), from.c_str())) {}
-    ~Iconv() { if (ok()) iconv_close(cd_); }
-    Iconv(const Iconv &) = delete;
-    Iconv &operator=(const Iconv &) = delete;
-    bool ok() const { return cd_ != reinterpret_cast<iconv_t>(-1); }
-    std::optional<std::string> operator()(const std::string &input) const
-    {
-        iconv(cd_, nullptr, nullptr, nullptr, nullptr);
-        std::string out(input.size() * 8 + 16, '\0');
-        char *in = const_cast<char *>(input.data()), *o = out.data();
-        size_t inLeft = input.size(), outLeft = out.size();
-        if (iconv(cd_, &in, &inLeft, &o, &outLeft) == static_cast<size_t>(-1) ||
-            iconv(cd_, nullptr, nullptr, &o, &outLeft) == static_cast<size_t>(-1))
-            return std::nullopt;
-        out.resize(out.size() - outLeft);
-        return out;
-    }
+using rqtest::fromUcs2;
+using rqtest::Iconv;
+using rqtest::toUcs2;
 
-private:
-    iconv_t cd_;
-};
-
-U16String fromUcs2(const std::string &bytes)
-{
-    U16String s(bytes.size() / 2, u'\0');
-    std::memcpy(s.data(), bytes.data(), s.size() * 2);
-    return s;
-}
-
-std::string toUcs2(const U16String &s)
-{
-    return std::string(reinterpret_cast<const char *>(s.data()), s.size() * 2);
-}
-
-U16String utf8ToUcs2(const std::string &utf8)
-{
-    return fromUcs2(*Iconv("UTF-8", "UTF-16LE")(utf8));
-}
+U16String utf8ToUcs2(const std::string &utf8) { return fromUcs2(*Iconv("UTF-8", "UTF-16LE")(utf8)); }
 
 class Iso2022 : public ::testing::Test {
 protected:
     void SetUp() override
     {
         ASSERT_EQ(UNICODE_Initialize(0), 0u);
-        ASSERT_EQ(UNICODE_NewConverter(&jp_, UNICODE_TYPE_ISO2022JP, reinterpret_cast<uintptr_t>(kMaps.c_str())), 0u);
-        ASSERT_EQ(UNICODE_NewConverter(&cn_, UNICODE_TYPE_ISO2022CN, reinterpret_cast<uintptr_t>(kMaps.c_str())), 0u);
+        for (auto [c, type] : {std::pair{&jp_, UNICODE_TYPE_ISO2022JP}, std::pair{&cn_, UNICODE_TYPE_ISO2022CN}})
+            ASSERT_EQ(UNICODE_NewConverter(c, type, reinterpret_cast<uintptr_t>(kMaps.c_str())), 0u);
     }
-    void TearDown() override
-    {
-        UNICODE_DestroyConverter(jp_);
-        UNICODE_DestroyConverter(cn_);
-    }
+    void TearDown() override { UNICODE_DestroyConverter(jp_), UNICODE_DestroyConverter(cn_); }
     UNICODE_CONVERTER *jp_ = nullptr;
     UNICODE_CONVERTER *cn_ = nullptr;
 };
@@ -110,13 +69,12 @@ U16String decode(UNICODE_CONVERTER *c, const std::string &text, U32 *rc = nullpt
     U32 status = UNICODE_ConvertToUnicodeBufferExt(c, exact.data(), &out, &end, 0);
     if (rc != nullptr)
         *rc = status;
-    U16String result;
-    if (status == 0) {
-        result = reinterpret_cast<const char16_t *>(out);
-        if (stop != nullptr)
-            *stop = static_cast<size_t>(end - exact.data());
-        UNICODE_BufferFree(reinterpret_cast<void **>(&out));
-    }
+    if (status != 0)
+        return U16String();
+    U16String result = reinterpret_cast<const char16_t *>(out);
+    if (stop != nullptr)
+        *stop = static_cast<size_t>(end - exact.data());
+    UNICODE_BufferFree(reinterpret_cast<void **>(&out));
     return result;
 }
 
@@ -192,30 +150,20 @@ TEST_F(Iso2022, EveryMappedCharacterAgainstIconv)
         const std::optional<std::string> back = fromIconv(ours);
         ASSERT_TRUE(back.has_value());
         EXPECT_TRUE(fromUcs2(*back) == text) << firstDifference(fromUcs2(*back), text);
-        // glibc's ISO-2022-CN writer treats SS2 as a locking shift: it
-        // writes one SS2 for a run of plane-2 characters, and none of SO
-        // when such a character is followed by a G1 one outside SO, so its
-        // own reader does not give such text back.  What it is given here
-        // has a GB 2312 character opening each line and after every
-        // character, which keeps SO in force and breaks every run.
-        U16String given = text;
-        if (!k.japanese) {
-            given = u"\x554A";
-            for (char16_t ch : text) {
-                given.push_back(ch);
-                given.push_back(u'\x554A');
-            }
-        }
+        // glibc's ISO-2022-CN writer treats SS2 as a locking shift, so its
+        // own reader does not give plane-2 runs back: a GB 2312 character
+        // opening each line and after every character keeps SO in force.
+        U16String given = k.japanese ? text : u"\x554A";
+        for (char16_t ch : k.japanese ? U16String() : text)
+            given.append(1, ch).append(1, u'\x554A');
         const std::optional<std::string> theirs = toIconv(toUcs2(given));
         ASSERT_TRUE(theirs.has_value());
         EXPECT_TRUE(decode(c, *theirs) == given) << firstDifference(decode(c, *theirs), given);
         // Character by character, to name any that differ.
         int differences = 0;
-        for (char16_t ch : text) {
-            const U16String one(1, ch);
-            if (fromUcs2(fromIconv(encode(c, one)).value_or("")) != one && ++differences < 5)
+        for (char16_t ch : text)
+            if (fromUcs2(fromIconv(encode(c, U16String(1, ch))).value_or("")) != U16String(1, ch) && ++differences < 5)
                 ADD_FAILURE() << std::hex << static_cast<unsigned>(ch);
-        }
         EXPECT_EQ(differences, 0);
     }
     // JIS X 0201 Roman: read, and written for the two characters it alone has.
@@ -263,19 +211,16 @@ TEST_F(Iso2022, BadInput)
         UNICODE_CONVERTER *c = k.japanese ? jp_ : cn_;
         U32 rc = 0;
         size_t stop = 0;
-        U16String got = decode(c, k.text, &rc, &stop);
+        EXPECT_TRUE(decode(c, k.text, &rc, &stop) == k.expected);
         EXPECT_EQ(rc, k.status);
-        if (rc == 0) {
-            EXPECT_EQ(stop, k.stop);
-            EXPECT_TRUE(got == k.expected);
-        } else {
-            // The direct call says where it failed, having converted what came before.
-            UNICODE_CHAR out[32];
-            U32 size = sizeof out;
-            const char *end = nullptr;
+        // On failure the direct call says where, having converted what came before.
+        UNICODE_CHAR out[32];
+        U32 size = sizeof out;
+        const char *end = k.text.c_str();
+        if (rc != 0) {
             EXPECT_EQ(UNICODE_ConvertToUnicode(c, k.text.c_str(), out, &size, &end, 0), k.status);
-            EXPECT_EQ(static_cast<size_t>(end - k.text.c_str()), k.stop);
         }
+        EXPECT_EQ(rc == 0 ? stop : static_cast<size_t>(end - k.text.c_str()), k.stop);
         // A failure leaves no shift state behind for the next text.
         EXPECT_TRUE(decode(c, "\x30\x21") == u"\x30\x21");
     }
@@ -292,10 +237,7 @@ TEST_F(Iso2022, BadInput)
 // into a destination guarded by bytes that must stay untouched.
 TEST_F(Iso2022, EveryCapacityResumes)
 {
-    const U16String texts[] = {
-        u"a\x4E9C" u"b\xA5\x203E\x4E9C\x4E9C\n\\~",
-        u"\x554A\x4E42x\x4E42\x554A\n\x554A y \x4E00",
-    };
+    const U16String texts[] = {u"a\x4E9C" u"b\xA5\x203E\x4E9C\x4E9C\n\\~", u"\x554A\x4E42x\x4E42\x554A\n\x554A y \x4E00"};
     for (int variant = 0; variant < 2; ++variant) {
         UNICODE_CONVERTER *c = variant == 0 ? jp_ : cn_;
         const U16String &text = texts[variant];
@@ -303,55 +245,38 @@ TEST_F(Iso2022, EveryCapacityResumes)
         ASSERT_TRUE(decode(c, whole) == text);
         for (size_t capacity = 0; capacity <= whole.size() + 9; ++capacity) {
             SCOPED_TRACE(testing::Message() << variant << " capacity " << capacity);
-            // From Unicode.
-            std::string pieces;
-            const UNICODE_CHAR *at = reinterpret_cast<const UNICODE_CHAR *>(text.c_str());
-            for (int calls = 0; calls < 200; ++calls) {
+            std::string pieces;  // from Unicode
+            const UNICODE_CHAR *at = reinterpret_cast<const UNICODE_CHAR *>(text.c_str()), *end = nullptr;
+            for (int calls = 0; calls < 200; ++calls, at = end) {
                 std::string out(capacity + 16, '\xA5');
                 U32 size = static_cast<U32>(capacity);
-                const UNICODE_CHAR *end = nullptr;
-                U32 rc = UNICODE_ConvertFromUnicode(c, at, out.data(), &size, &end, 0);
-                ASSERT_EQ(rc, 0u);
+                ASSERT_EQ(UNICODE_ConvertFromUnicode(c, at, out.data(), &size, &end, 0), 0u);
                 ASSERT_LE(size + (capacity != 0 ? 1 : 0), capacity);
                 ASSERT_EQ(out.substr(capacity), std::string(16, '\xA5')) << "written past the end";
-                if (capacity != 0) {
-                    ASSERT_EQ(out[size], '\0');
-                }
+                ASSERT_TRUE(capacity == 0 || out[size] == '\0');
                 pieces += out.substr(0, size);
-                if (*end == 0 && pieces.size() == whole.size())
-                    break;
-                if (size == 0 && end == at && capacity < 9)
-                    break;  // too small for the next character and what announces it
-                at = end;
+                if ((*end == 0 && pieces.size() == whole.size()) || (size == 0 && end == at && capacity < 9))
+                    break;  // done, or too small for the next character and what announces it
             }
-            if (capacity >= 9) {
-                EXPECT_EQ(pieces, whole) << "the pieces make up the whole";
-            }
-            // To Unicode.
+            EXPECT_TRUE(capacity < 9 || pieces == whole) << "the pieces make up the whole";
             if (capacity % 2 != 0)
                 continue;
-            U16String chars;
-            const char *from = whole.c_str();
-            for (int calls = 0; calls < 200; ++calls) {
+            U16String chars;  // to Unicode
+            const char *from = whole.c_str(), *stop = nullptr;
+            for (int calls = 0; calls < 200; ++calls, from = stop) {
                 std::vector<UNICODE_CHAR> out(capacity / 2 + 8, 0xA5A5);
                 U32 size = static_cast<U32>(capacity);
-                const char *end = nullptr;
-                U32 rc = UNICODE_ConvertToUnicode(c, from, out.data(), &size, &end, 0);
+                U32 rc = UNICODE_ConvertToUnicode(c, from, out.data(), &size, &stop, 0);
                 ASSERT_TRUE(rc == 0 || rc == UNICODE_DESTINATION_FULL) << rc;
-                for (size_t i = capacity / 2; i < out.size(); ++i)
-                    ASSERT_EQ(out[i], 0xA5A5) << "written past the end";
+                ASSERT_EQ(std::count(out.begin() + capacity / 2, out.end(), 0xA5A5), 8) << "written past the end";
                 chars.append(reinterpret_cast<const char16_t *>(out.data()), size / 2);
-                if (rc == 0 || (end == from && size == 0))
+                if (rc == 0 || (stop == from && size == 0))
                     break;
-                from = end;
             }
-            if (capacity >= 4) {
-                EXPECT_TRUE(chars == text);
-            }
+            EXPECT_TRUE(capacity < 4 || chars == text);
         }
     }
-    // Encoding an unfinished text leaves state only until it is finished:
-    // the next whole conversion is unaffected.
+    // An unfinished encoding leaves no state for the next whole conversion.
     EXPECT_EQ(encode(jp_, u"a"), "a");
 }
 
