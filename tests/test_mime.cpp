@@ -1137,6 +1137,41 @@ const char *encodingName(U32 id)
     }
 }
 
+// The corpus messages present, with their paths and contents.
+struct CorpusMessage {
+    std::string name, path, data;
+};
+std::vector<CorpusMessage> corpus()
+{
+    std::vector<CorpusMessage> messages;
+    for (int i = 1; i <= 46; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "msg_%02d.txt", i);
+        std::string path = std::string(kCorpus) + "/" + name;
+        std::string data = rqtest::readFile(path);
+        if (!data.empty())
+            messages.push_back({name, path, data});
+    }
+    return messages;
+}
+
+// A corpus message parsed without a leak, every part's body fetched (leaf or
+// not), and one line per leaf made by `leaf` from the part and its body.
+std::vector<std::string> leaves(MIME_CONTEXT *c, const std::string &data,
+                                const std::function<std::string(MIME_PART *, std::string)> &leaf)
+{
+    rqtest::LeakCheck leaks;
+    Parsed m(c, data);
+    EXPECT_EQ(m.status, 0u);
+    std::vector<std::string> lines;
+    for (MIME_PART *p : m.parts()) {
+        std::string b = body(c, p);
+        if (p->fields != nullptr && p->type != MIME_TYPE_MULTIPART)
+            lines.push_back(leaf(p, std::move(b)));
+    }
+    return lines;
+}
+
 }  // namespace realmail
 
 // Messages of the corpus where this library's defined behaviour differs from
@@ -1177,29 +1212,15 @@ TEST(MimeRealMail, CorpusParsesAndLeavesAgreeWithPython)
         GTEST_SKIP() << "python3 or the e-mail corpus (libpython3.11-testsuite) is absent";
     Context ctx;
     int compared = 0;
-    for (int i = 1; i <= 46; ++i) {
-        char name[32];
-        std::snprintf(name, sizeof name, "msg_%02d.txt", i);
-        std::string path = std::string(kCorpus) + "/" + name;
-        std::string data = rqtest::readFile(path);
-        if (data.empty())
-            continue;
+    for (const CorpusMessage &msg : corpus()) {
+        const std::string &name = msg.name, &path = msg.path;
         SCOPED_TRACE(name);
-        std::vector<std::string> mine;
-        {
-            rqtest::LeakCheck leaks;
-            Parsed m(ctx.c, data);
-            EXPECT_EQ(m.status, 0u);
-            for (MIME_PART *p : m.parts()) {
-                std::string b = body(ctx.c, p);  // every part, leaf or not
-                if (p->fields == nullptr || p->type == MIME_TYPE_MULTIPART)
-                    continue;
-                while (!b.empty() && (b.back() == '\n' || b.back() == '\r'))
-                    b.pop_back();
-                b.erase(0, b.find_first_not_of("\r\n") == std::string::npos ? b.size() : b.find_first_not_of("\r\n"));
-                mine.push_back(std::string(encodingName(p->encoding)) + " " + hex(b));
-            }
-        }
+        std::vector<std::string> mine = leaves(ctx.c, msg.data, [](MIME_PART *p, std::string b) {
+            while (!b.empty() && (b.back() == '\n' || b.back() == '\r'))
+                b.pop_back();
+            b.erase(0, b.find_first_not_of("\r\n") == std::string::npos ? b.size() : b.find_first_not_of("\r\n"));
+            return std::string(encodingName(p->encoding)).append(" ").append(hex(b));
+        });
         auto reference = lines(run("python3 '" + script + "' '" + path + "'"));
         ASSERT_FALSE(reference.empty());
         reference.erase(reference.begin());  // the defects line
@@ -1239,27 +1260,13 @@ TEST(MimeRealMail, StandardsModeLeavesEqualPython)
     Context ctx;
     MIME_setContextFlags(ctx.c, MIME_FLAG_RFC);
     int compared = 0;
-    for (int i = 1; i <= 46; ++i) {
-        char name[32];
-        std::snprintf(name, sizeof name, "msg_%02d.txt", i);
-        std::string path = std::string(kCorpus) + "/" + name;
-        std::string data = rqtest::readFile(path);
-        if (data.empty())
-            continue;
+    for (const CorpusMessage &msg : corpus()) {
+        const std::string &name = msg.name, &path = msg.path;
         SCOPED_TRACE(name);
-        std::vector<std::string> mine;
-        {
-            rqtest::LeakCheck leaks;
-            Parsed m(ctx.c, data);
-            EXPECT_EQ(m.status, 0u);
-            for (MIME_PART *p : m.parts()) {
-                std::string b = body(ctx.c, p);
-                if (p->fields == nullptr || p->type == MIME_TYPE_MULTIPART)
-                    continue;
-                mine.push_back(p->type == MIME_TYPE_MESSAGE ? "message"
-                                                             : std::string(encodingName(p->encoding)) + " " + hex(b));
-            }
-        }
+        std::vector<std::string> mine = leaves(ctx.c, msg.data, [](MIME_PART *p, const std::string &b) {
+            return p->type == MIME_TYPE_MESSAGE ? std::string("message")
+                                                : std::string(encodingName(p->encoding)).append(" ").append(hex(b));
+        });
         auto reference = lines(run("python3 '" + script + "' --exact '" + path + "'"));
         ASSERT_FALSE(reference.empty());
         std::string defects = reference.front();
