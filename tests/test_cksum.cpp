@@ -313,12 +313,8 @@ TEST(ListStore, AllocationFailures)
         ASSERT_EQ(DX_ListAddLast(list.h, &i, &i), 0u);
     Store s;
     DX_LIST_STORE d = s.descriptor();
-    rqtest::allocationSweep(
-        [&] {
-            s.records.clear();
-            return DX_ListFileWrite(list.h, &d, 2);
-        },
-        DX_LIST_ERR_ALLOC_NO_MEMORY);
+    rqtest::allocationSweep([&] { return s.records.clear(), DX_ListFileWrite(list.h, &d, 2); },
+                            DX_LIST_ERR_ALLOC_NO_MEMORY);
     rqtest::allocationSweep(
         [&] {
             HLIST in = 0;
@@ -342,10 +338,8 @@ TEST(ListFromStr, RecordsFieldsAndTypes)
 {
     struct Case {
         const char *text;
-        U16 idType;
-        U16 dataType;
-        U32 dataSize;
-        U32 status;
+        U16 idType, dataType;
+        U32 dataSize, status;
         const char *cells;  // "id=data," in chain order: DX_ListAddTo adds at the front
     } cases[] = {
         {"a=1;b=2", 1, 1, 8, 0, "b=2,a=1,"},
@@ -369,10 +363,10 @@ TEST(ListFromStr, RecordsFieldsAndTypes)
         SCOPED_TRACE(c.text);
         rqtest::LeakCheck leaks;
         std::string text = c.text;
-        U32 idSize = c.idType == 2 ? 4 : 8;
         U32 flags = (c.idType == 1 ? DX_LIST_STRING_ID : 0) | (c.dataType == 1 ? DX_LIST_STRING_DATA : 0);
         HLIST list = 0;
-        EXPECT_EQ(DX_ListCreateFromStr(&list, c.idType, idSize, c.dataType, c.dataSize, flags, text.data(), ';', '='),
+        EXPECT_EQ(DX_ListCreateFromStr(&list, c.idType, c.idType == 2 ? 4 : 8, c.dataType, c.dataSize, flags,
+                                       text.data(), ';', '='),
                   c.status);
         ASSERT_NE(list, 0u);
         std::string got;
