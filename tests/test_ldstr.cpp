@@ -448,19 +448,9 @@ TEST(LdStrDefinition, ReadsSectionsKeysEscapesAndContinuations)
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
     const std::string def = dir.file("def"), table = dir.file("table");
-    writeFile(def,
-              "# remark\r\n"
-              "  ; another\n"
-              "\n"
-              "[mail]\n"
-              "1001 = Inbox\n"
-              "1002=Caf\\xC3\\xA9 menu\\n\r\n"
-              "0x3F0 = first\\n\\\n"
-              "        second  \n"
-              "\t[errors]  \n"
-              "  2001 = \\s indented \\\\ \\t\\r\n"
-              "2002 =\n"
-              "4294967295 = top");
+    writeFile(def, "# remark\r\n  ; another\n\n[mail]\n1001 = Inbox\n"
+                   "1002=Caf\\xC3\\xA9 menu\\n\r\n0x3F0 = first\\n\\\n        second  \n\t[errors]  \n"
+                   "  2001 = \\s indented \\\\ \\t\\r\n2002 =\n4294967295 = top");
     char report[LDSTR_REPORT_SIZE];
     rqtest::fillJunk(report, sizeof report);
     ASSERT_EQ(DX_LdStrCreate(def.c_str(), table.c_str(), report), 0u) << report;
