@@ -482,30 +482,27 @@ TEST(LdStrDefinition, ReportsEachMalformation)
         {"[s]\n1 = a\\\nb\\x0g\n", "ERROR: line 3: bad \\x escape \n"},
         {"[s]\n1 = a\n[t]\n0x1 = b\n", "ERROR: line 4: key 1 defined twice \n"},
     };
+    const std::string def = dir.file("def"), t = dir.file("t");
+    const U32 bad = LDSTR_ERR_DEFINITION, cannotCreate = LDSTR_ERR_OPEN_CREATE;
+    char report[LDSTR_REPORT_SIZE];
     for (const Case &c : cases) {
         SCOPED_TRACE(c.text);
-        writeFile(dir.file("def"), c.text);
-        char report[LDSTR_REPORT_SIZE];
+        writeFile(def, c.text);
         rqtest::fillJunk(report, sizeof report);
-        EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("t").c_str(), report),
-                  static_cast<U32>(LDSTR_ERR_DEFINITION));
+        EXPECT_EQ(DX_LdStrCreate(def.c_str(), t.c_str(), report), bad);
         EXPECT_STREQ(report, c.report);
-        EXPECT_NE(access(dir.file("t").c_str(), F_OK), 0);  // a failed table is removed
+        EXPECT_NE(access(t.c_str(), F_OK), 0);  // a failed table is removed
     }
-    writeFile(dir.file("def"), std::string("[s]\n1 = a\0b\n", 12));
-    EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("t").c_str(), nullptr),
-              static_cast<U32>(LDSTR_ERR_DEFINITION));
-    char report[LDSTR_REPORT_SIZE];
-    writeFile(dir.file("t"), "kept");
-    EXPECT_EQ(DX_LdStrCreate(dir.file("missing").c_str(), dir.file("t").c_str(), report),
-              static_cast<U32>(LDSTR_ERR_DEFINITION));
+    writeFile(def, std::string("[s]\n1 = a\0b\n", 12));
+    EXPECT_EQ(DX_LdStrCreate(def.c_str(), t.c_str(), nullptr), bad);
+    writeFile(t, "kept");
+    EXPECT_EQ(DX_LdStrCreate(dir.file("missing").c_str(), t.c_str(), report), bad);
     EXPECT_STREQ(report, "ERROR: Cannot read definition file \n");
-    EXPECT_EQ(rqtest::readFile(dir.file("t")), "kept");  // not this call's file: left alone
-    EXPECT_EQ(DX_LdStrCreate(nullptr, dir.file("t").c_str(), nullptr), static_cast<U32>(LDSTR_ERR_DEFINITION));
-    writeFile(dir.file("def"), "[s]\n1 = a\n");
-    EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), nullptr, report), static_cast<U32>(LDSTR_ERR_OPEN_CREATE));
-    EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("no/dir/t").c_str(), report),
-              static_cast<U32>(LDSTR_ERR_OPEN_CREATE));
+    EXPECT_EQ(rqtest::readFile(t), "kept");  // not this call's file: left alone
+    EXPECT_EQ(DX_LdStrCreate(nullptr, t.c_str(), nullptr), bad);
+    writeFile(def, "[s]\n1 = a\n");
+    EXPECT_EQ(DX_LdStrCreate(def.c_str(), nullptr, report), cannotCreate);
+    EXPECT_EQ(DX_LdStrCreate(def.c_str(), dir.file("no/dir/t").c_str(), report), cannotCreate);
 }
 
 // ---- out of memory ----
