@@ -8,7 +8,6 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -200,12 +199,7 @@ TEST(LdStrFile, SuffixAndLoadCat)
     rqtest::LeakCheck leaks;
     DX_LDSTR h;
     ASSERT_EQ(DX_LdStrOpen(&h, path.c_str(), 0, LDSTR_MODE_READ), 0u);
-    struct Case {
-        U32 key;
-        const char *suffix;
-        U32 length;
-        const char *load, *cat;
-    } const cases[] = {
+    struct Case { U32 key; const char *suffix; U32 length; const char *load, *cat; } const cases[] = {
         {1, "!?", 10, "abc!?", "[abc!?"}, {1, "!?", 1, "abc!", "[a"},  // strncat bounds the suffix, then the result
         {1, nullptr, 10, "abc", "[abc"},  {2, "xy", 10, "xy", "[xy"},  {1, "", 0, "abc", "["},
     };
@@ -246,10 +240,7 @@ TEST(LdStrFile, OpenFailuresAndModes)
     putWord(&bytes, 0, 0x7FFFFFF0u);  // table offset far past the end
     writeFile(pastEnd, bytes);
     const std::string missing = dir.file("missing"), noDir = dir.file("no/such/dir/t");
-    struct Case {
-        const std::string *path;
-        U32 mode, code;
-    } const cases[] = {
+    struct Case { const std::string *path; U32 mode, code; } const cases[] = {
         {&missing, LDSTR_MODE_READ, LDSTR_ERR_OPEN_READ}, {&missing, LDSTR_MODE_UPDATE, LDSTR_ERR_OPEN_UPDATE},
         {&noDir, LDSTR_MODE_CREATE, LDSTR_ERR_OPEN_CREATE},
         {&shortHeader, LDSTR_MODE_READ, LDSTR_ERR_READ_HEADER}, {&shortHeader, LDSTR_MODE_UPDATE, LDSTR_ERR_UPD_HEADER},
@@ -395,11 +386,7 @@ TEST(LdStrHostile, NamedCases)
     const size_t slot3 = slotOf(3), slot5 = slotOf(5);
     ASSERT_NE(slot3, 0u);
     ASSERT_NE(slot5, 0u);
-    struct Case {
-        const char *name;
-        std::vector<std::pair<size_t, U32>> words;
-        U32 open, load3;
-    } const cases[] = {
+    struct Case { const char *name; std::vector<std::pair<size_t, U32>> words; U32 open, load3; } const cases[] = {
         {"valid", {}, 0, 0},
         {"slot count 0", {{4, 0}}, LDSTR_ERR_READ_TABLE, 0},
         {"slot count whose bytes pass 32 bits", {{4, 0x40000000u}}, LDSTR_ERR_READ_TABLE, 0},
