@@ -125,10 +125,7 @@ TEST(System, AllocationFailure)
 
 TEST(MilliSleep, SecondsThenMicroseconds)
 {
-    struct Case {
-        U32 ms;
-        std::vector<std::pair<char, unsigned long>> calls;
-    } const cases[] = {
+    struct Case { U32 ms; std::vector<std::pair<char, unsigned long>> calls; } const cases[] = {
         {2500, {{'s', 2}, {'u', 500000}}}, {3000, {{'s', 3}}},  // no microsecond call for whole seconds
         {999, {{'s', 0}, {'u', 999000}}},  {0, {{'s', 0}}},  {0xFFFFFFFFu, {{'s', 4294967}, {'u', 295000}}},
     };
@@ -183,11 +180,7 @@ TEST(Files, SizeAndTruncate)
 
 TEST(Paths, FullPathCopiesUnchanged)
 {
-    struct Case {
-        const char *path;
-        U32 size;
-        bool nullOutput, copied;
-    } const cases[] = {
+    struct Case { const char *path; U32 size; bool nullOutput, copied; } const cases[] = {
         {"rel/../x", 9, false, true}, {"rel/../x", 8, false, false},  // not made absolute; no room for the NUL
         {"", 1, false, true}, {"", 0, false, false}, {nullptr, 64, false, false}, {"a", 64, true, false},
     };
@@ -204,10 +197,7 @@ TEST(Paths, FullPathCopiesUnchanged)
 
 TEST(Paths, CompareIsCaseSensitive)
 {
-    struct Case {
-        const char *a, *b;
-        int sign;
-    } const cases[] = {
+    struct Case { const char *a, *b; int sign; } const cases[] = {
         {"/a/b", "/a/b", 0}, {"/a/B", "/a/b", -1}, {"/a/b", "/a/b/", -1}, {nullptr, "", -1}, {"", nullptr, 1},
         {nullptr, nullptr, 0},
     };
