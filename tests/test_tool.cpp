@@ -70,11 +70,7 @@ TEST_F(Tool, CompileListGetRoundTrip)
     ASSERT_EQ(run("compile " + file("relisted") + " " + file("t2")).status, 0);
     EXPECT_EQ(run("list " + file("t2")).out, "# " + file("t2") + ": 5 keys\n" + body);
 
-    struct Case {
-        const char *key;
-        int status;
-        const char *out;
-    } const cases[] = {
+    struct Case { const char *key; int status; const char *out; } const cases[] = {
         {"1002", 0, "Caf\xC3\xA9 menu\n\n"}, {"0x3F0", 0, "tab\there \\ back\n"},
         {"2001", 0, "  indented\n"},  // \s keeps the first blank, the second is plain text
         {"5", 1, ""}, {"4294967295", 1, ""},  // absent
