@@ -8,7 +8,6 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -17,18 +16,13 @@
 
 namespace {
 
-void writeFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
+void writeFile(const std::string &path, const std::string &bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 std::vector<U32> words(const std::string &bytes, size_t from, size_t n)
 {
     std::vector<U32> out(n);
     std::memcpy(out.data(), bytes.data() + from, n * 4);
     return out;
 }
-
 void putWord(std::string *bytes, size_t at, U32 v) { std::memcpy(&(*bytes)[at], &v, 4); }
 
 // Builds a table file with the pairs, added in order.
@@ -41,14 +35,10 @@ void build(const std::string &path, const std::vector<std::pair<U32, std::string
     ASSERT_EQ(DX_LdStrClose(&h), 0u);
 }
 
-// A status as load() shows it.  Built with append: g++ 12 at -O3 reports a
-// false -Wrestrict on "text" + temporary.
-std::string codeText(U32 rc)
-{
-    return std::string("<").append(std::to_string(rc)).append(">");
-}
+// A status as load() shows it (append: g++ 12 -O3 gives a false -Wrestrict on "text" + temporary).
+std::string codeText(U32 rc) { return std::string("<").append(std::to_string(rc)).append(">"); }
 
-// Every key's text through a read handle ("<status>" when it fails).
+// A key's text through a read handle ("<status>" when it fails).
 std::string load(DX_LDSTR *h, U32 key)
 {
     char buffer[256];
@@ -59,17 +49,12 @@ std::string load(DX_LDSTR *h, U32 key)
 
 TEST(LdStrTable, HashesFromKeyAndSize)
 {
-    struct Case {
-        U32 key, slots, h1, h2;
-    } const cases[] = {
-        {10, 8, 2, 7},            // (5 + 77777) % 8 = 6, even: made odd
-        {11, 8, 3, 7},            // same step: 11 >> 1 is 5
-        {13, 8, 5, 7},            // (6 + 77777) % 8 = 7: odd already
-        {2, 8, 2, 3},             // (1 + 77777) % 8 = 2: made 3
-        {14, 16, 14, 9},          // (7 + 77777) % 16 = 8: made 9
-        {0xFFFFFFFF, 2, 1, 1},    // step 0 made 1; no overflow in the sum
-        {5, 1, 0, 1},
-        {5, 0, 0, 0},             // no slots: both 0 rather than a division by zero
+    struct Case { U32 key, slots, h1, h2; } const cases[] = {
+        {10, 8, 2, 7}, {11, 8, 3, 7},  // (5 + 77777) % 8 = 6, even: made odd; 11 >> 1 is 5 too
+        {13, 8, 5, 7},                 // (6 + 77777) % 8 = 7: odd already
+        {2, 8, 2, 3}, {14, 16, 14, 9}, // (1 + 77777) % 8 = 2: made 3; (7 + 77777) % 16 = 8: made 9
+        {0xFFFFFFFF, 2, 1, 1},         // step 0 made 1; no overflow in the sum
+        {5, 1, 0, 1}, {5, 0, 0, 0},    // no slots: both 0 rather than a division by zero
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.key << " / " << c.slots);
@@ -96,15 +81,12 @@ TEST(LdStrTable, GrowsPastNinetyFivePercent)
             ASSERT_EQ(DX_LdStrHTCopy(table, &table, slots, slots * 2), 0u);
             slots *= 2;
         }
-        if (auto it = expected.find(n); it != expected.end()) {
-            EXPECT_EQ(slots, it->second) << n;
-        }
+        EXPECT_EQ(slots, expected.count(n) != 0 ? expected.at(n) : slots) << n;
     }
     for (U32 n = 1; n <= 61; ++n) {
         DX_LDSTR_SLOT copy{};
-        ASSERT_EQ(DX_LdStrHTFind(n * 7919u, &copy, table, slots), 0u);
-        EXPECT_EQ(copy.offset, n);
-        EXPECT_EQ(copy.length, n);
+        EXPECT_EQ(DX_LdStrHTFind(n * 7919u, &copy, table, slots), 0u);
+        EXPECT_TRUE(copy.offset == n && copy.length == n) << n;
     }
     EXPECT_EQ(DX_LdStrHTAdd(9, 7919u, 9, table, slots), static_cast<U32>(LDSTR_ERR_HT_PRESENT));
     EXPECT_EQ(DX_LdStrHTAdd(9, 0, 9, table, slots), static_cast<U32>(LDSTR_ERR_HT_PRESENT));  // free slots hold 0
@@ -116,17 +98,11 @@ TEST(LdStrTable, GrowsPastNinetyFivePercent)
 TEST(LdStrTable, DeleteShrinksBelowHalfOfNinetyFivePercent)
 {
     rqtest::LeakCheck leaks;
-    struct Case {
-        U32 slots, keys, slotsAfter;
-    } const cases[] = {
-        {8, 4, 4},    // 3 left: 3 - 1 < 8*95/200 = 3
-        {8, 5, 8},    // 4 left: 3 < 3 is false
-        {4, 2, 2},    // 1 left: 0 < 1
-        {4, 1, 4},    // 0 left: 0 - 1 wraps, the test fails
-        {2, 1, 2},
-        {64, 16, 32}, // 15 left: 14 < 30
-        {64, 31, 32},
-        {64, 32, 64},
+    struct Case { U32 slots, keys, slotsAfter; } const cases[] = {
+        {8, 4, 4}, {8, 5, 8},  // 3 left: 3 - 1 < 8*95/200 = 3; 4 left: 3 < 3 is false
+        {4, 2, 2},             // 1 left: 0 < 1
+        {4, 1, 4}, {2, 1, 2},  // 0 left: 0 - 1 wraps, the test fails
+        {64, 16, 32}, {64, 31, 32}, {64, 32, 64},  // 15 left: 14 < 30
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.slots << " slots, " << c.keys << " keys");
@@ -139,11 +115,9 @@ TEST(LdStrTable, DeleteShrinksBelowHalfOfNinetyFivePercent)
         EXPECT_EQ(slots, c.slotsAfter);
         EXPECT_EQ(count, c.keys - 1);
         EXPECT_EQ(DX_LdStrHTDelete(1, &table, &slots, &count), static_cast<U32>(LDSTR_ERR_HT_ABSENT));
-        for (U32 k = 2; k <= c.keys; ++k) {  // the rebuild mended every walk
-            DX_LDSTR_SLOT copy{};
-            ASSERT_EQ(DX_LdStrHTFind(k, &copy, table, slots), 0u) << k;
-            EXPECT_EQ(copy.offset, k * 100);
-        }
+        DX_LDSTR_SLOT copy{};
+        for (U32 k = 2; k <= c.keys; ++k)  // the rebuild mended every walk
+            EXPECT_TRUE(DX_LdStrHTFind(k, &copy, table, slots) == 0 && copy.offset == k * 100) << k;
         RQCORE_free(table);
     }
 }
@@ -164,28 +138,22 @@ TEST(LdStrTable, WalkOfAFullOrEmptyTableEnds)
     EXPECT_EQ(t, nullptr);
 }
 
-TEST(LdStrFile, NewEmptyFileIsHeaderAndTwoFreeSlots)
+TEST(LdStrFile, LayoutOfHeaderRecordsAndTable)
 {
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
     const std::string path = dir.file("t.ldstr");
-    build(path, {});
-    const std::string bytes = rqtest::readFile(path);
+    build(path, {});  // a new empty file: header and two free slots
+    std::string bytes = rqtest::readFile(path);
     ASSERT_EQ(bytes.size(), 36u);
     EXPECT_EQ(words(bytes, 0, 9), (std::vector<U32>{12, 2, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-TEST(LdStrFile, LayoutOfRecordsAndTable)
-{
-    rqtest::TempDir dir;
-    const std::string path = dir.file("t.ldstr");
-    build(path, {{10, "ab"}, {11, ""}});
-    const std::string bytes = rqtest::readFile(path);
     // Records 0x01 "ab" at 12 and 0x01 at 15; the second add doubled the
     // table to 4 slots: key 10 at 10 % 4 = 2, key 11 at 3.
+    build(path, {{10, "ab"}, {11, ""}});
+    bytes = rqtest::readFile(path);
     ASSERT_EQ(bytes.size(), 16u + 48u);
-    EXPECT_EQ(words(bytes, 0, 3), (std::vector<U32>{16, 4, 2}));
     EXPECT_EQ(bytes.substr(12, 4), std::string("\x01" "ab\x01", 4));
+    EXPECT_EQ(words(bytes, 0, 3), (std::vector<U32>{16, 4, 2}));
     EXPECT_EQ(words(bytes, 16, 12), (std::vector<U32>{0, 0, 0, 0, 0, 0, 12, 10, 2, 15, 11, 0}));
 }
 
@@ -231,17 +199,9 @@ TEST(LdStrFile, SuffixAndLoadCat)
     rqtest::LeakCheck leaks;
     DX_LDSTR h;
     ASSERT_EQ(DX_LdStrOpen(&h, path.c_str(), 0, LDSTR_MODE_READ), 0u);
-    struct Case {
-        U32 key;
-        const char *suffix;
-        U32 length;
-        const char *load, *cat;
-    } const cases[] = {
-        {1, "!?", 10, "abc!?", "[abc!?"},
-        {1, "!?", 1, "abc!", "[a"},     // strncat bounds the suffix, then the appended result
-        {1, nullptr, 10, "abc", "[abc"},
-        {2, "xy", 10, "xy", "[xy"},
-        {1, "", 0, "abc", "["},
+    struct Case { U32 key; const char *suffix; U32 length; const char *load, *cat; } const cases[] = {
+        {1, "!?", 10, "abc!?", "[abc!?"}, {1, "!?", 1, "abc!", "[a"},  // strncat bounds the suffix, then the result
+        {1, nullptr, 10, "abc", "[abc"},  {2, "xy", 10, "xy", "[xy"},  {1, "", 0, "abc", "["},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.key << " " << (c.suffix ? c.suffix : "null") << " " << c.length);
@@ -280,26 +240,15 @@ TEST(LdStrFile, OpenFailuresAndModes)
     putWord(&bytes, 0, 0x7FFFFFF0u);  // table offset far past the end
     writeFile(pastEnd, bytes);
     const std::string missing = dir.file("missing"), noDir = dir.file("no/such/dir/t");
-    struct Case {
-        const std::string *path;
-        U32 mode, code;
-    } const cases[] = {
-        {&missing, LDSTR_MODE_READ, LDSTR_ERR_OPEN_READ},
-        {&missing, LDSTR_MODE_UPDATE, LDSTR_ERR_OPEN_UPDATE},
+    struct Case { const std::string *path; U32 mode, code; } const cases[] = {
+        {&missing, LDSTR_MODE_READ, LDSTR_ERR_OPEN_READ}, {&missing, LDSTR_MODE_UPDATE, LDSTR_ERR_OPEN_UPDATE},
         {&noDir, LDSTR_MODE_CREATE, LDSTR_ERR_OPEN_CREATE},
-        {&shortHeader, LDSTR_MODE_READ, LDSTR_ERR_READ_HEADER},
-        {&shortHeader, LDSTR_MODE_UPDATE, LDSTR_ERR_UPD_HEADER},
-        {&pastEnd, LDSTR_MODE_READ, LDSTR_ERR_READ_TABLE},
-        {&pastEnd, LDSTR_MODE_UPDATE, LDSTR_ERR_UPD_TABLE},
-        {&good, 0, LDSTR_ERR_MODE},
-        {&good, 2, LDSTR_ERR_MODE},
-        {&good, 3, LDSTR_ERR_MODE},
-        {&good, 5, LDSTR_ERR_MODE},
-        {&good, 7, LDSTR_ERR_MODE},
-        {&good, 11, LDSTR_ERR_MODE},
+        {&shortHeader, LDSTR_MODE_READ, LDSTR_ERR_READ_HEADER}, {&shortHeader, LDSTR_MODE_UPDATE, LDSTR_ERR_UPD_HEADER},
+        {&pastEnd, LDSTR_MODE_READ, LDSTR_ERR_READ_TABLE},      {&pastEnd, LDSTR_MODE_UPDATE, LDSTR_ERR_UPD_TABLE},
+        {&good, 0, LDSTR_ERR_MODE},  {&good, 2, LDSTR_ERR_MODE},  {&good, 3, LDSTR_ERR_MODE},
+        {&good, 5, LDSTR_ERR_MODE},  {&good, 7, LDSTR_ERR_MODE},  {&good, 11, LDSTR_ERR_MODE},
         {&good, 0xFFFFFFFFu, LDSTR_ERR_MODE},
-        {nullptr, LDSTR_MODE_READ, LDSTR_ERR_OPEN_READ},
-        {nullptr, LDSTR_MODE_CREATE, LDSTR_ERR_OPEN_CREATE},
+        {nullptr, LDSTR_MODE_READ, LDSTR_ERR_OPEN_READ},   {nullptr, LDSTR_MODE_CREATE, LDSTR_ERR_OPEN_CREATE},
         {nullptr, LDSTR_MODE_UPDATE, LDSTR_ERR_OPEN_UPDATE},
     };
     for (const Case &c : cases) {
@@ -309,8 +258,7 @@ TEST(LdStrFile, OpenFailuresAndModes)
         EXPECT_EQ(DX_LdStrOpen(&h, c.path ? c.path->c_str() : nullptr, 0, c.mode), c.code);
         EXPECT_EQ(h.error, 1u);
         EXPECT_EQ(h.mode, c.mode);
-        EXPECT_EQ(h.file, nullptr);  // a failed open holds nothing
-        EXPECT_EQ(h.table, nullptr);
+        EXPECT_TRUE(h.file == nullptr && h.table == nullptr) << "a failed open holds nothing";
         EXPECT_EQ(DX_LdStrClose(&h), static_cast<U32>(LDSTR_ERR_CLOSE_STATE));
         EXPECT_EQ(DX_LdStrOpen(nullptr, c.path ? c.path->c_str() : nullptr, 0, c.mode), c.mode == 1 ? 0x15101u
                   : c.mode == 10 ? 0x15103u : c.mode == 6 ? 0x15104u : 0x15117u);
@@ -376,17 +324,12 @@ void probe(const std::string &path, const std::string &bytes)
     if (rc == 0) {
         for (U32 key : {3u, 0x10000u, 77u, 5u, 1u}) {
             std::vector<char> buffer(bytes.size() + 2, 'J');
-            U32 length = 0;
-            U32 lr = DX_LdStrLoad(&h, key, buffer.data(), nullptr, 0);
+            U32 length = 0, lr = DX_LdStrLoad(&h, key, buffer.data(), nullptr, 0);
             ASSERT_TRUE(lr == 0 || lr == LDSTR_ERR_LOAD_ABSENT || lr == LDSTR_ERR_LOAD_SEEK ||
                         lr == LDSTR_ERR_LOAD_MARKER || lr == LDSTR_ERR_LOAD_TEXT) << std::hex << lr;
-            if (lr == 0) {
-                ASSERT_EQ(DX_LdStrTextLength(&h, key, &length), 0u);
-                EXPECT_EQ(buffer[length], '\0');
-                EXPECT_EQ(buffer[length + 1], 'J');
-            } else {
-                EXPECT_EQ(buffer[0], 'J');  // a failed load writes nothing
-            }
+            ASSERT_TRUE(lr != 0 || DX_LdStrTextLength(&h, key, &length) == 0);
+            EXPECT_EQ(std::string(&buffer[lr == 0 ? length : 0], 2), lr == 0 ? std::string("\0J", 2) : "JJ")
+                << "a failed load writes nothing";
         }
         EXPECT_EQ(DX_LdStrClose(&h), 0u);
         DX_LdStrRelease(&h);
@@ -415,12 +358,7 @@ TEST(LdStrHostile, EverySingleBitFlipOfHeaderAndTable)
     const std::string good = smallFile(dir);
     const U32 tableOffset = words(good, 0, 1)[0];
     ASSERT_EQ(words(good, 4, 1)[0], 8u);
-    std::vector<size_t> bytesToFlip;
-    for (size_t i = 0; i < 12; ++i)
-        bytesToFlip.push_back(i);
-    for (size_t i = tableOffset; i < good.size(); ++i)
-        bytesToFlip.push_back(i);
-    for (size_t at : bytesToFlip) {
+    for (size_t at = 0; at < good.size(); at = at == 11 ? tableOffset : at + 1) {  // header, then table
         for (int bit = 0; bit < 8; ++bit) {
             SCOPED_TRACE(testing::Message() << "byte " << at << " bit " << bit);
             std::string bytes = good;
@@ -448,11 +386,7 @@ TEST(LdStrHostile, NamedCases)
     const size_t slot3 = slotOf(3), slot5 = slotOf(5);
     ASSERT_NE(slot3, 0u);
     ASSERT_NE(slot5, 0u);
-    struct Case {
-        const char *name;
-        std::vector<std::pair<size_t, U32>> words;
-        U32 open, load3;
-    } const cases[] = {
+    struct Case { const char *name; std::vector<std::pair<size_t, U32>> words; U32 open, load3; } const cases[] = {
         {"valid", {}, 0, 0},
         {"slot count 0", {{4, 0}}, LDSTR_ERR_READ_TABLE, 0},
         {"slot count whose bytes pass 32 bits", {{4, 0x40000000u}}, LDSTR_ERR_READ_TABLE, 0},
@@ -483,14 +417,11 @@ TEST(LdStrHostile, NamedCases)
             DX_LdStrRelease(&h);
         }
     }
-    // A full table (no free slot): all 8 slots used and counted.
+    // A full table (no free slot): all 8 slots used and counted; key 8 + i sits at (8 + i) % 8 = i.
     std::string bytes = good;
     putWord(&bytes, 8, 8);
-    for (U32 i = 0; i < 8; ++i) {
-        putWord(&bytes, t + i * 12 + 0, 12);
-        putWord(&bytes, t + i * 12 + 4, 8 + i);  // key 8 + i sits at (8 + i) % 8 = i
-        putWord(&bytes, t + i * 12 + 8, 1);
-    }
+    for (U32 i = 0; i < 24; ++i)
+        putWord(&bytes, t + i * 4, i % 3 == 0 ? 12 : i % 3 == 1 ? 8 + i / 3 : 1);
     writeFile(dir.file("full"), bytes);
     DX_LDSTR h;
     EXPECT_EQ(DX_LdStrOpen(&h, dir.file("full").c_str(), 0, LDSTR_MODE_READ), static_cast<U32>(LDSTR_ERR_READ_TABLE));
@@ -504,19 +435,9 @@ TEST(LdStrDefinition, ReadsSectionsKeysEscapesAndContinuations)
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
     const std::string def = dir.file("def"), table = dir.file("table");
-    writeFile(def,
-              "# remark\r\n"
-              "  ; another\n"
-              "\n"
-              "[mail]\n"
-              "1001 = Inbox\n"
-              "1002=Caf\\xC3\\xA9 menu\\n\r\n"
-              "0x3F0 = first\\n\\\n"
-              "        second  \n"
-              "\t[errors]  \n"
-              "  2001 = \\s indented \\\\ \\t\\r\n"
-              "2002 =\n"
-              "4294967295 = top");
+    writeFile(def, "# remark\r\n  ; another\n\n[mail]\n1001 = Inbox\n"
+                   "1002=Caf\\xC3\\xA9 menu\\n\r\n0x3F0 = first\\n\\\n        second  \n\t[errors]  \n"
+                   "  2001 = \\s indented \\\\ \\t\\r\n2002 =\n4294967295 = top");
     char report[LDSTR_REPORT_SIZE];
     rqtest::fillJunk(report, sizeof report);
     ASSERT_EQ(DX_LdStrCreate(def.c_str(), table.c_str(), report), 0u) << report;
@@ -524,12 +445,9 @@ TEST(LdStrDefinition, ReadsSectionsKeysEscapesAndContinuations)
     DX_LDSTR h;
     ASSERT_EQ(DX_LdStrOpen(&h, table.c_str(), 0, LDSTR_MODE_READ), 0u);
     EXPECT_EQ(h.count, 6u);
-    EXPECT_EQ(load(&h, 1001), "Inbox");
-    EXPECT_EQ(load(&h, 1002), "Caf\xC3\xA9 menu\n");
-    EXPECT_EQ(load(&h, 0x3F0), "first\nsecond  ");
-    EXPECT_EQ(load(&h, 2001), "  indented \\ \t\r");
-    EXPECT_EQ(load(&h, 2002), "");
-    EXPECT_EQ(load(&h, 4294967295u), "top");
+    for (const auto &[key, text] : std::map<U32, std::string>{{1001, "Inbox"}, {1002, "Caf\xC3\xA9 menu\n"},
+             {0x3F0, "first\nsecond  "}, {2001, "  indented \\ \t\r"}, {2002, ""}, {4294967295u, "top"}})
+        EXPECT_EQ(load(&h, key), text) << key;
     EXPECT_EQ(DX_LdStrClose(&h), 0u);
 }
 
@@ -537,49 +455,41 @@ TEST(LdStrDefinition, ReportsEachMalformation)
 {
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
-    struct Case {
-        const char *text, *report;
-    } const cases[] = {
+    struct Case { const char *text, *report; } const cases[] = {
         {"1 = a\n", "ERROR: Missing section declarator \n"},
         {"# r\n\n2 = b\n[s]\n", "ERROR: Missing section declarator \n"},
-        {"[s\n1 = a\n", "ERROR: line 1: section without ] \n"},
-        {"[s] x\n", "ERROR: line 1: text after ] \n"},
+        {"[s\n1 = a\n", "ERROR: line 1: section without ] \n"}, {"[s] x\n", "ERROR: line 1: text after ] \n"},
         {"[s]\n1 a\n", "ERROR: line 2: missing = \n"},
-        {"[s]\n0 = a\n", "ERROR: line 2: bad key \n"},
-        {"[s]\n0x0 = a\n", "ERROR: line 2: bad key \n"},
-        {"[s]\n4294967296 = a\n", "ERROR: line 2: bad key \n"},
+        {"[s]\n0 = a\n", "ERROR: line 2: bad key \n"}, {"[s]\n0x0 = a\n", "ERROR: line 2: bad key \n"},
+        {"[s]\n4294967296 = a\n", "ERROR: line 2: bad key \n"}, {"[s]\nkey = a\n", "ERROR: line 2: bad key \n"},
         {"[s]\n0x100000000 = a\n", "ERROR: line 2: bad key \n"},
-        {"[s]\nkey = a\n", "ERROR: line 2: bad key \n"},
         {"[s]\n1 = a\\q\n", "ERROR: line 2: unknown escape \n"},
         {"[s]\n1 = a\\x4\n", "ERROR: line 2: bad \\x escape \n"},
         {"[s]\n1 = a\\x00\n", "ERROR: line 2: NUL byte in text \n"},
         {"[s]\n1 = a\\\nb\\x0g\n", "ERROR: line 3: bad \\x escape \n"},
         {"[s]\n1 = a\n[t]\n0x1 = b\n", "ERROR: line 4: key 1 defined twice \n"},
     };
+    const std::string def = dir.file("def"), t = dir.file("t");
+    const U32 bad = LDSTR_ERR_DEFINITION, cannotCreate = LDSTR_ERR_OPEN_CREATE;
+    char report[LDSTR_REPORT_SIZE];
     for (const Case &c : cases) {
         SCOPED_TRACE(c.text);
-        writeFile(dir.file("def"), c.text);
-        char report[LDSTR_REPORT_SIZE];
+        writeFile(def, c.text);
         rqtest::fillJunk(report, sizeof report);
-        EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("t").c_str(), report),
-                  static_cast<U32>(LDSTR_ERR_DEFINITION));
+        EXPECT_EQ(DX_LdStrCreate(def.c_str(), t.c_str(), report), bad);
         EXPECT_STREQ(report, c.report);
-        EXPECT_NE(access(dir.file("t").c_str(), F_OK), 0);  // a failed table is removed
+        EXPECT_NE(access(t.c_str(), F_OK), 0);  // a failed table is removed
     }
-    writeFile(dir.file("def"), std::string("[s]\n1 = a\0b\n", 12));
-    EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("t").c_str(), nullptr),
-              static_cast<U32>(LDSTR_ERR_DEFINITION));
-    char report[LDSTR_REPORT_SIZE];
-    writeFile(dir.file("t"), "kept");
-    EXPECT_EQ(DX_LdStrCreate(dir.file("missing").c_str(), dir.file("t").c_str(), report),
-              static_cast<U32>(LDSTR_ERR_DEFINITION));
+    writeFile(def, std::string("[s]\n1 = a\0b\n", 12));
+    EXPECT_EQ(DX_LdStrCreate(def.c_str(), t.c_str(), nullptr), bad);
+    writeFile(t, "kept");
+    EXPECT_EQ(DX_LdStrCreate(dir.file("missing").c_str(), t.c_str(), report), bad);
     EXPECT_STREQ(report, "ERROR: Cannot read definition file \n");
-    EXPECT_EQ(rqtest::readFile(dir.file("t")), "kept");  // not this call's file: left alone
-    EXPECT_EQ(DX_LdStrCreate(nullptr, dir.file("t").c_str(), nullptr), static_cast<U32>(LDSTR_ERR_DEFINITION));
-    writeFile(dir.file("def"), "[s]\n1 = a\n");
-    EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), nullptr, report), static_cast<U32>(LDSTR_ERR_OPEN_CREATE));
-    EXPECT_EQ(DX_LdStrCreate(dir.file("def").c_str(), dir.file("no/dir/t").c_str(), report),
-              static_cast<U32>(LDSTR_ERR_OPEN_CREATE));
+    EXPECT_EQ(rqtest::readFile(t), "kept");  // not this call's file: left alone
+    EXPECT_EQ(DX_LdStrCreate(nullptr, t.c_str(), nullptr), bad);
+    writeFile(def, "[s]\n1 = a\n");
+    EXPECT_EQ(DX_LdStrCreate(def.c_str(), nullptr, report), cannotCreate);
+    EXPECT_EQ(DX_LdStrCreate(def.c_str(), dir.file("no/dir/t").c_str(), report), cannotCreate);
 }
 
 // ---- out of memory ----
@@ -590,7 +500,7 @@ TEST(LdStrMemory, AllocationSweepOverEveryOperation)
     const std::string def = dir.file("def"), table = dir.file("t");
     std::string text = "[s]\n";
     for (int k = 1; k <= 40; ++k)
-        text += std::to_string(k) + " = text " + std::to_string(k) + "\n";
+        text.append(std::to_string(k)).append(" = text ").append(std::to_string(k)).append("\n");
     writeFile(def, text);
     int n = rqtest::allocationSweep(
         [&] { return DX_LdStrCreate(def.c_str(), table.c_str(), nullptr); },
@@ -619,10 +529,8 @@ TEST(LdStrMemory, AllocationSweepOverEveryOperation)
             char dest[64] = "";
             if (rc == 0)
                 rc = DX_LdStrLoadCat(&h, 2, dest, "!", 32);
-            if (rc == 0 && std::strcmp(dest, "text 2!") != 0)
-                rc = 1;
             if (rc == 0)
-                rc = DX_LdStrClose(&h);
+                rc = std::strcmp(dest, "text 2!") != 0 ? 1 : DX_LdStrClose(&h);
             DX_LdStrRelease(&h);
             return rc;
         },
@@ -636,9 +544,7 @@ TEST(LdStrVersion, ReturnsTheFixedValues)
     U32 letter = 0, major = 0, minor = 0;
     EXPECT_EQ(DX_LdStrGetVersion(version, &letter, &major, &minor), 0u);
     EXPECT_STREQ(version, "A.01.01");
-    EXPECT_EQ(letter, 88u);  // X, beside the A of the text
-    EXPECT_EQ(major, 1u);
-    EXPECT_EQ(minor, 1u);
+    EXPECT_EQ(std::vector<U32>({letter, major, minor}), (std::vector<U32>{88, 1, 1}));  // X, beside the A of the text
     EXPECT_EQ(DX_LdStrGetVersion(nullptr, nullptr, nullptr, nullptr), 0u);
 }
 
