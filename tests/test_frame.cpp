@@ -3,6 +3,7 @@
 
 #include "rqcore/frame.h"
 #include "rqcore/sys.h"
+#include "rqsis/rqsis.h"
 #include "rqsis/rqsis_test.h"
 
 #include <cstring>
@@ -99,6 +100,56 @@ TEST(MemoryHandles, ConcurrentAllocationKeepsBlocksApart)
     a.join();
     b.join();
     EXPECT_TRUE(ok1 && ok2);
+}
+
+TEST(MemoryHandles, BlocksCrossThreadsBothWays)
+{
+    // Each thread allocates from a heap of its own: blocks freed by another
+    // thread, or outliving the thread that made them, must still be counted,
+    // reported and reusable, and handles refused when freed twice.
+    rqtest::LeakCheck leaks;
+    const uint64_t start = rqtest::live().blocks;
+    constexpr U32 kSizes[] = {4, 20, 256, 257, 4000};  // pooled classes and plain blocks
+    std::vector<void *> made;
+    for (int round = 0; round < 3; ++round) {  // ended threads' heaps are adopted by new ones
+        std::thread([&] {
+            for (U32 i = 0; i < 3000; ++i) {
+                void *p = SIS_MemMalloc(nullptr, kSizes[i % 5], 0, 0, "t", "v", i);
+                std::memset(p, static_cast<int>(i & 0xFF), kSizes[i % 5]);
+                made.push_back(p);
+            }
+        }).join();
+    }
+    rqtest::Live during = rqtest::live();
+    EXPECT_GE(during.blocks, 9000u);
+    EXPECT_GE(SIS_TestLiveReport(nullptr), 9000u) << "an ended thread's blocks are still reported";
+    // Grow every tenth one here: moved out of the ended thread's heap, content kept.
+    for (size_t i = 0; i < made.size(); i += 10) {
+        U32 size = kSizes[(i % 3000) % 5];
+        void *q = SIS_MemRealloc(nullptr, made[i], size + 100, 0, 0, "t", "v", 1);
+        ASSERT_NE(q, nullptr);
+        EXPECT_EQ(static_cast<unsigned char *>(q)[size - 1], (i % 3000) & 0xFF);
+        made[i] = q;
+    }
+    for (void *p : made)
+        EXPECT_EQ(SIS_MemFree(nullptr, p, 0, 0, "t", "v", 2), 0u);
+    RQHANDLE h = 0;
+    std::thread([&h] { h = MemAlloc(20); }).join();
+    EXPECT_NE(MemLock(h), nullptr);
+    EXPECT_EQ(MemFree(h), 0u);
+    EXPECT_EQ(MemFree(h), 1u) << "freed twice across threads";
+
+    // The other way: blocks made here, freed by a worker, then reused here.
+    made.clear();
+    for (U32 i = 0; i < 3000; ++i)
+        made.push_back(SIS_MemMalloc(nullptr, kSizes[i % 5], 0, 0, "t", "v", i));
+    std::thread([&] {
+        for (void *p : made)
+            SIS_MemFree(nullptr, p, 0, 0, "t", "v", 4);
+    }).join();
+    EXPECT_EQ(rqtest::live().blocks, start) << "remote frees are counted at once";
+    for (int i = 0; i < 100; ++i)
+        SIS_MemFree(nullptr, SIS_MemMalloc(nullptr, 20, 0, 0, "t", "v", 5), 0, 0, "t", "v", 6);
 }
 
 TEST(MemoryHandles, ReleaseFunctionRefusesForeignBlocks)

@@ -1,34 +1,101 @@
 // The accounting allocator.  Each block is preceded by a header that links
-// it into the list of live blocks and records its size, source tag and line,
+// it into a list of live blocks and records its size, source tag and line,
 // so that the test suite can prove that nothing leaks and name what did.
+//
+// Every thread allocates from a heap of its own: its list of live blocks and
+// its pools are touched by that thread alone, so an allocation and the free
+// of a block by the thread that allocated it take no lock and no atomic
+// instruction (the containers allocate and free one small block per
+// element; a locked global list cost more than the rest of the work).  A
+// block freed by another thread is marked dead and pushed, lock-free, onto
+// its heap's list of remote frees; the owner takes those back at its next
+// allocation.  When a thread ends, its heap (with whatever it still holds)
+// waits for the next new thread to adopt it.  A thread that allocates after
+// its heap was given up (in its own exit-time destructors) uses one shared
+// heap under a lock.
+//
+// Small blocks (container elements, list headers, short texts) come from
+// pools: a free list per 16-byte size class, refilled from 64 KB slabs taken
+// from the C library.  A freed small block is kept for reuse by its class,
+// as the C library keeps its own bins: peak small-block memory stays
+// reserved.  Under AddressSanitizer every block comes from malloc, so that
+// its red zones still catch an overrun of the block.
 
 #include "rqsis/rqsis.h"
 #include "rqsis/rqsis_test.h"
 
 #include "internal/rq_spin.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
 constexpr uint32_t kLiveMagic = 0x5153424Cu;  // "LBSQ"
 constexpr uint32_t kDeadMagic = 0xDEADB10Cu;
 
+struct Heap;
+
 struct alignas(16) Header {
-    Header *prev;
+    Header *prev;  // in a pool's free list: the next free chunk
     Header *next;
     size_t size;
-    const char *tag;
+    const char *tag;  // once freed by another thread: the next remote free
+    Heap *owner;
     uint32_t line;
     uint32_t magic;
 };
 
-rq::SpinLock gLiveLock;
-Header gLive = {&gLive, &gLive, 0, nullptr, 0, 0};
-uint64_t gLiveBlocks = 0;
-uint64_t gLiveBytes = 0;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t kPoolMax = 0;
+#else
+constexpr size_t kPoolMax = 256;  // largest size served from the pools
+#endif
+constexpr size_t kClassStep = 16;
+constexpr size_t kClassCount = kPoolMax / kClassStep + 1;
+constexpr size_t kSlabBytes = 64 * 1024;
+
+// Whether a block of `size` bytes lives in a pool: fixed for a size, so free
+// and realloc know where a block came from by its recorded size.
+constexpr bool pooled(size_t size) noexcept { return size != 0 && size <= kPoolMax; }
+constexpr size_t classOf(size_t size) noexcept { return (size + kClassStep - 1) / kClassStep; }
+constexpr size_t chunkBytes(size_t cls) noexcept { return sizeof(Header) + cls * kClassStep; }
+
+struct Pool {
+    Header *free = nullptr;
+    char *fresh = nullptr;  // the unused rest of the newest slab
+    char *end = nullptr;
+};
+
+// The owner's counters are written by the owner alone (plain stores of
+// atomics, so that a reader in another thread sees whole values); remote
+// frees are counted apart, by the freeing thread.
+struct Heap {
+    Header live{};
+    Pool pools[kClassCount];
+    std::atomic<uint64_t> blocks{0};
+    std::atomic<uint64_t> bytes{0};
+    std::atomic<Header *> remote{nullptr};
+    std::atomic<uint64_t> remoteBlocks{0};
+    std::atomic<uint64_t> remoteBytes{0};
+    std::atomic<bool> orphan{false};
+    Heap *nextHeap = nullptr;  // the registry: every heap ever made
+};
+
+// Heaps are never freed: a block may outlive its thread and name its heap.
+rq::SpinLock gRegistryLock;
+std::atomic<Heap *> gHeaps{nullptr};
+
+// The heap of threads that allocate after giving theirs up; under
+// gSharedLock.  Constant-initialised (zero), its list set up on first use.
+constinit Heap gShared;
+rq::SpinLock gSharedLock;
+
+__attribute__((tls_model("initial-exec"))) thread_local Heap *tHeap = nullptr;
+__attribute__((tls_model("initial-exec"))) thread_local bool tDetached = false;
 
 // Failure injection is per thread: a sweep fails the allocations of the
 // operation under test and nothing that another thread is doing.
@@ -38,13 +105,8 @@ __attribute__((tls_model("initial-exec"))) thread_local long tFailAfter = -1;
 __attribute__((tls_model("initial-exec"))) thread_local bool tFired = false;
 
 // Work counts, per thread for the same reason.
-thread_local uint64_t tAllocatorCalls = 0;
-thread_local uint64_t tSteps = 0;
-
-class LiveLock : public rq::SpinGuard {
-public:
-    LiveLock() noexcept : rq::SpinGuard(gLiveLock) {}
-};
+__attribute__((tls_model("initial-exec"))) thread_local uint64_t tAllocatorCalls = 0;
+__attribute__((tls_model("initial-exec"))) thread_local uint64_t tSteps = 0;
 
 bool injectFailure() noexcept
 {
@@ -59,28 +121,181 @@ bool injectFailure() noexcept
     return false;
 }
 
-void link(Header *h, size_t size, const char *tag, uint32_t line) noexcept
+void initHeap(Heap &heap) noexcept
+{
+    heap.live.prev = heap.live.next = &heap.live;
+}
+
+// ---- the owner's side: no other thread touches these ----------------------
+
+void add(std::atomic<uint64_t> &counter, uint64_t n) noexcept
+{
+    counter.store(counter.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+}
+
+void sub(std::atomic<uint64_t> &counter, uint64_t n) noexcept
+{
+    counter.store(counter.load(std::memory_order_relaxed) - n, std::memory_order_relaxed);
+}
+
+void linkLive(Heap &heap, Header *h, size_t size, const char *tag, uint32_t line) noexcept
 {
     h->size = size;
     h->tag = tag;
     h->line = line;
+    h->owner = &heap;
     h->magic = kLiveMagic;
-    LiveLock guard;
-    h->next = gLive.next;
-    h->prev = &gLive;
-    gLive.next->prev = h;
-    gLive.next = h;
-    ++gLiveBlocks;
-    gLiveBytes += size;
+    h->next = heap.live.next;
+    h->prev = &heap.live;
+    heap.live.next->prev = h;
+    heap.live.next = h;
+    add(heap.blocks, 1);
+    add(heap.bytes, size);
 }
 
-void unlink(Header *h) noexcept
+void unlinkLive(Heap &heap, Header *h) noexcept
 {
-    LiveLock guard;
     h->prev->next = h->next;
     h->next->prev = h->prev;
-    --gLiveBlocks;
-    gLiveBytes -= h->size;
+    sub(heap.blocks, 1);
+    sub(heap.bytes, h->size);
+}
+
+// A chunk of class `cls`; null when a new slab cannot be had.  Slabs belong
+// to the allocator for the life of the process.
+Header *takeChunk(Heap &heap, size_t cls) noexcept
+{
+    Pool &pool = heap.pools[cls];
+    if (Header *h = pool.free; h != nullptr) {
+        pool.free = h->prev;
+        return h;
+    }
+    size_t bytes = chunkBytes(cls);
+    if (static_cast<size_t>(pool.end - pool.fresh) < bytes) {
+        // malloc's blocks are 16-byte aligned, and so every chunk is.
+        char *slab = static_cast<char *>(std::malloc(kSlabBytes));
+        if (slab == nullptr)
+            return nullptr;
+        pool.fresh = slab;
+        pool.end = slab + kSlabBytes;
+    }
+    Header *h = reinterpret_cast<Header *>(pool.fresh);
+    pool.fresh += bytes;
+    return h;
+}
+
+// Gives a chunk that is no longer in any list back to its pool or to the C
+// library.
+void dispose(Heap &heap, Header *h) noexcept
+{
+    if (pooled(h->size)) {
+        Pool &pool = heap.pools[classOf(h->size)];
+        h->prev = pool.free;
+        pool.free = h;
+    } else {
+        std::free(h);
+    }
+}
+
+// Takes back the blocks other threads freed: they are still in this heap's
+// live list, marked dead, and chained through their tag field.
+void drainRemote(Heap &heap) noexcept
+{
+    Header *h = heap.remote.exchange(nullptr, std::memory_order_acquire);
+    uint64_t blocks = 0, bytes = 0;
+    while (h != nullptr) {
+        Header *after = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
+        ++blocks;
+        bytes += h->size;
+        unlinkLive(heap, h);
+        dispose(heap, h);
+        h = after;
+    }
+    if (blocks != 0) {
+        heap.remoteBlocks.fetch_sub(blocks, std::memory_order_relaxed);
+        heap.remoteBytes.fetch_sub(bytes, std::memory_order_relaxed);
+    }
+}
+
+// Owner-side allocation and release.
+Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, uint32_t line) noexcept
+{
+    if (heap.remote.load(std::memory_order_relaxed) != nullptr)
+        drainRemote(heap);
+    Header *h;
+    if (pooled(size)) {
+        h = takeChunk(heap, classOf(size));
+        if (h != nullptr && clear)
+            std::memset(h + 1, 0, size);
+    } else {
+        void *raw = clear ? std::calloc(1, sizeof(Header) + size) : std::malloc(sizeof(Header) + size);
+        h = static_cast<Header *>(raw);
+    }
+    if (h == nullptr)
+        return nullptr;
+    linkLive(heap, h, size, tag, line);
+    return h;
+}
+
+void releaseIn(Heap &heap, Header *h) noexcept
+{
+    unlinkLive(heap, h);
+    h->magic = kDeadMagic;
+    dispose(heap, h);
+}
+
+// ---- threads and their heaps ---------------------------------------------------
+
+// Gives the heap up when its thread ends.
+struct HeapHolder {
+    Heap *heap = nullptr;
+    ~HeapHolder()
+    {
+        tHeap = nullptr;
+        tDetached = true;
+        if (heap != nullptr)
+            heap->orphan.store(true, std::memory_order_release);
+    }
+};
+
+thread_local HeapHolder tHolder;
+
+// The calling thread's heap: adopted from a thread that ended, or new; null
+// when none can be had (the shared heap serves then).
+[[gnu::noinline]] Heap *attach() noexcept
+{
+    if (tDetached)
+        return nullptr;
+    Heap *heap = nullptr;
+    {
+        rq::SpinGuard guard(gRegistryLock);
+        for (Heap *h = gHeaps.load(std::memory_order_relaxed); h != nullptr; h = h->nextHeap) {
+            if (h->orphan.load(std::memory_order_acquire)) {
+                h->orphan.store(false, std::memory_order_relaxed);
+                heap = h;
+                break;
+            }
+        }
+        if (heap == nullptr) {
+            // The heap itself is the allocator's, outside the accounting.
+            void *raw = std::calloc(1, sizeof(Heap));
+            if (raw == nullptr)
+                return nullptr;
+            heap = new (raw) Heap;
+            initHeap(*heap);
+            heap->nextHeap = gHeaps.load(std::memory_order_relaxed);
+            gHeaps.store(heap, std::memory_order_release);
+        }
+    }
+    tHolder.heap = heap;  // the first use registers its destructor
+    tHeap = heap;
+    return heap;
+}
+
+Heap *myHeap() noexcept
+{
+    Heap *heap = tHeap;
+    return heap != nullptr ? heap : attach();
 }
 
 Header *headerOf(void *block) noexcept
@@ -89,17 +304,55 @@ Header *headerOf(void *block) noexcept
     return h->magic == kLiveMagic ? h : nullptr;
 }
 
+Header *allocateHeader(size_t size, bool clear, const char *tag, uint32_t line) noexcept
+{
+    if (Heap *heap = myHeap(); heap != nullptr)
+        return allocateIn(*heap, size, clear, tag, line);
+    rq::SpinGuard guard(gSharedLock);
+    if (gShared.live.next == nullptr)
+        initHeap(gShared);
+    return allocateIn(gShared, size, clear, tag, line);
+}
+
 void *allocate(size_t size, bool clear, const char *tag, uint32_t line) noexcept
 {
     ++tAllocatorCalls;
     if (injectFailure() || size > SIZE_MAX - sizeof(Header))
         return nullptr;
-    void *raw = clear ? std::calloc(1, sizeof(Header) + size) : std::malloc(sizeof(Header) + size);
-    if (raw == nullptr)
-        return nullptr;
-    Header *h = static_cast<Header *>(raw);
-    link(h, size, tag, line);
-    return h + 1;
+    Header *h = allocateHeader(size, clear, tag, line);
+    return h != nullptr ? h + 1 : nullptr;
+}
+
+// Frees a live block from whichever thread.
+void release(Header *h) noexcept
+{
+    Heap *owner = h->owner;
+    if (owner == tHeap) {
+        releaseIn(*owner, h);
+        return;
+    }
+    if (owner == &gShared) {
+        rq::SpinGuard guard(gSharedLock);
+        releaseIn(gShared, h);
+        return;
+    }
+    // Another thread's block: counted free now, taken back by its owner.
+    h->magic = kDeadMagic;
+    owner->remoteBlocks.fetch_add(1, std::memory_order_relaxed);
+    owner->remoteBytes.fetch_add(h->size, std::memory_order_relaxed);
+    Header *head = owner->remote.load(std::memory_order_relaxed);
+    do
+        h->tag = reinterpret_cast<const char *>(head);
+    while (!owner->remote.compare_exchange_weak(head, h, std::memory_order_release, std::memory_order_relaxed));
+}
+
+template <typename Visit>
+void forEachHeap(Visit visit) noexcept
+{
+    if (gShared.live.next != nullptr)
+        visit(gShared);
+    for (Heap *h = gHeaps.load(std::memory_order_acquire); h != nullptr; h = h->nextHeap)
+        visit(*h);
 }
 
 }  // namespace
@@ -129,17 +382,28 @@ void *SIS_MemRealloc(void *, void *block, size_t size, uint32_t, uint32_t, const
     Header *old = headerOf(block);
     if (old == nullptr || injectFailure() || size > SIZE_MAX - sizeof(Header))
         return nullptr;
+    Heap *heap = myHeap();
+    if (heap == nullptr || old->owner != heap || pooled(old->size) || pooled(size)) {
+        // Another heap's block, or a pooled one (its class is fixed by its
+        // size): move it.
+        Header *h = allocateHeader(size, false, tag, line);
+        if (h == nullptr)
+            return nullptr;
+        std::memcpy(h + 1, block, old->size < size ? old->size : size);
+        release(old);
+        return h + 1;
+    }
     // Unlink first: realloc may move the header, and the list must never
     // point at a block that is being moved.
-    unlink(old);
+    unlinkLive(*heap, old);
     size_t oldSize = old->size;
     void *raw = std::realloc(old, sizeof(Header) + size);
     if (raw == nullptr) {
-        link(old, oldSize, old->tag, old->line);
+        linkLive(*heap, old, oldSize, old->tag, old->line);
         return nullptr;
     }
     Header *h = static_cast<Header *>(raw);
-    link(h, size, tag, line);
+    linkLive(*heap, h, size, tag, line);
     return h + 1;
 }
 
@@ -164,30 +428,39 @@ SIS_STATUS SIS_MemFree(void *, void *block, uint32_t, uint32_t, const char *, co
     Header *h = headerOf(block);
     if (h == nullptr)
         return 1;  // not one of ours, or freed twice: refuse rather than corrupt
-    unlink(h);
-    h->magic = kDeadMagic;
-    std::free(h);
+    release(h);
     return 0;
 }
 
+// The test interface reads every heap while their threads may run: the
+// counts are each a consistent snapshot of one heap, and the report is meant
+// for a moment when no other thread allocates.
 void SIS_TestLiveGet(uint64_t *blocks, uint64_t *bytes) noexcept
 {
-    LiveLock guard;
+    uint64_t nBlocks = 0, nBytes = 0;
+    forEachHeap([&](Heap &heap) {
+        nBlocks += heap.blocks.load(std::memory_order_relaxed) - heap.remoteBlocks.load(std::memory_order_relaxed);
+        nBytes += heap.bytes.load(std::memory_order_relaxed) - heap.remoteBytes.load(std::memory_order_relaxed);
+    });
     if (blocks != nullptr)
-        *blocks = gLiveBlocks;
+        *blocks = nBlocks;
     if (bytes != nullptr)
-        *bytes = gLiveBytes;
+        *bytes = nBytes;
 }
 
 uint64_t SIS_TestLiveReport(FILE *out) noexcept
 {
-    LiveLock guard;
     uint64_t n = 0;
-    for (Header *h = gLive.next; h != &gLive; h = h->next, ++n) {
-        if (out != nullptr)
-            std::fprintf(out, "live block %p: %zu bytes from %s:%u\n", static_cast<void *>(h + 1),
-                         h->size, h->tag != nullptr ? h->tag : "?", h->line);
-    }
+    forEachHeap([&](Heap &heap) {
+        for (Header *h = heap.live.next; h != &heap.live; h = h->next) {
+            if (h->magic != kLiveMagic)
+                continue;  // freed by another thread, not yet taken back
+            ++n;
+            if (out != nullptr)
+                std::fprintf(out, "live block %p: %zu bytes from %s:%u\n", static_cast<void *>(h + 1), h->size,
+                             h->tag != nullptr ? h->tag : "?", h->line);
+        }
+    });
     return n;
 }
 

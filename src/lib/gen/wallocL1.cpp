@@ -3,7 +3,8 @@
 // rules) has one size on every target.  On i386 a handle is the block's
 // address.  Where addresses are wider, a handle is an index into a table of
 // addresses: the table grows in chunks that never move, so MemLock reads it
-// without a lock; only handing indices out and taking them back is guarded.
+// without a lock; the shared list of free indices is guarded, and each
+// thread draws on it in batches.
 
 #define RQ_SOURCE_TAG "src/lib/core/lib/gen/wallocL1"
 #include "internal/rq_mem.h"
@@ -37,22 +38,84 @@ namespace {
 
 rq::SpinLock gTableLock;
 U32 gNextFresh = 1;  // handle 0 is never issued
-U32 gFreeHead = 0;   // 0: no free index
+// Freed indices shared between threads: a stack in one array, so that a
+// batch is taken without walking the table; when the array cannot grow, the
+// rest are chained through their slots from gFreeHead.
+RQHANDLE *gFree = nullptr;
+U32 gFreeCount = 0;
+U32 gFreeCap = 0;
+U32 gFreeHead = 0;  // 0: no chained free index
 
 class TableLock : public rq::SpinGuard {
 public:
     TableLock() noexcept : rq::SpinGuard(gTableLock) {}
 };
 
-// Takes an index for `block`; 0 when the table is full or cannot grow.
-RQHANDLE issue(void *block) noexcept
+// Each thread keeps a few free indices of its own, so that issuing and
+// taking back a handle (once per list element) needs no lock: the table
+// lock is taken once per kBatch handles.  A cached index's slot is marked
+// free like any other, so a lookup or a second free of it is refused.
+constexpr U32 kCacheMax = 256;
+constexpr U32 kBatch = 128;
+constexpr Slot kFreeMark = 1;  // a free slot outside the shared free list
+
+struct IndexCache {
+    U32 count;
+    RQHANDLE items[kCacheMax];
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local IndexCache tCache;
+__attribute__((tls_model("initial-exec"))) thread_local bool tCacheGone = false;
+
+// Puts a free index on the shared stack; the caller holds the table lock.
+void putLocked(RQHANDLE h) noexcept
+{
+    if (gFreeCount == gFreeCap) {
+        // The stack is the allocator's own, outside the accounting.
+        U32 cap = gFreeCap != 0 ? gFreeCap * 2 : 1024;
+        void *grown = cap > gFreeCap ? std::realloc(gFree, size_t{cap} * sizeof(RQHANDLE)) : nullptr;
+        if (grown == nullptr) {
+            *slotOf(h) = (static_cast<Slot>(gFreeHead) << 1) | 1;
+            gFreeHead = h;
+            return;
+        }
+        gFree = static_cast<RQHANDLE *>(grown);
+        gFreeCap = cap;
+    }
+    gFree[gFreeCount++] = h;
+}
+
+// Puts `n` indices from the top of the cache back on the shared stack.
+void giveBack(IndexCache &cache, U32 n) noexcept
 {
     TableLock guard;
+    while (n-- != 0)
+        putLocked(cache.items[--cache.count]);
+}
+
+// Returns the thread's indices when it ends; afterwards the thread takes
+// and returns indices one by one under the lock.
+struct CacheHolder {
+    bool armed = false;
+    ~CacheHolder()
+    {
+        if (armed)
+            giveBack(tCache, tCache.count);
+        tCacheGone = true;
+    }
+};
+
+thread_local CacheHolder tHolder;
+
+// Takes one index under the lock, growing the table when no freed index is
+// left; 0 when the table is full or cannot grow.
+RQHANDLE takeLocked() noexcept
+{
+    if (gFreeCount != 0)
+        return gFree[--gFreeCount];
     RQHANDLE h = gFreeHead;
     if (h != 0) {
-        Slot *slot = slotOf(h);
-        gFreeHead = static_cast<U32>(*slot >> 1);
-        *slot = reinterpret_cast<Slot>(block);
+        gFreeHead = static_cast<U32>(*slotOf(h) >> 1);
         return h;
     }
     if (gNextFresh == 0)  // wrapped: every index is in use
@@ -68,8 +131,52 @@ RQHANDLE issue(void *block) noexcept
         __atomic_store_n(&gChunks[chunkIndex], chunk, __ATOMIC_RELEASE);
     }
     ++gNextFresh;
-    gChunks[chunkIndex][h & (kChunkSize - 1)] = reinterpret_cast<Slot>(block);
     return h;
+}
+
+[[gnu::noinline]] RQHANDLE refillAndTake() noexcept
+{
+    if (tCacheGone) {
+        TableLock guard;
+        return takeLocked();
+    }
+    tHolder.armed = true;  // the first use registers its destructor
+    IndexCache &cache = tCache;
+    TableLock guard;
+    while (cache.count < kBatch) {
+        // A fresh index's slot is still zero, which reads as not issued.
+        RQHANDLE h = takeLocked();
+        if (h == 0)
+            break;
+        cache.items[cache.count++] = h;
+    }
+    return cache.count != 0 ? cache.items[--cache.count] : 0;
+}
+
+// Takes an index for `block`; 0 when the table is full or cannot grow.
+RQHANDLE issue(void *block) noexcept
+{
+    IndexCache &cache = tCache;
+    RQHANDLE h = cache.count != 0 ? cache.items[--cache.count] : refillAndTake();
+    if (h != 0)
+        *slotOf(h) = reinterpret_cast<Slot>(block);
+    return h;
+}
+
+// Marks a freed index and keeps it for this thread.
+void takeBack(RQHANDLE h, Slot *slot) noexcept
+{
+    if (tCacheGone) {
+        TableLock guard;
+        *slot = kFreeMark;
+        putLocked(h);
+        return;
+    }
+    IndexCache &cache = tCache;
+    if (cache.count == kCacheMax)
+        giveBack(cache, kCacheMax - kBatch);
+    *slot = kFreeMark;
+    cache.items[cache.count++] = h;
 }
 
 }  // namespace
@@ -89,16 +196,11 @@ U32 release(RQHANDLE handle) noexcept
 {
     if (handle == 0)
         return 0;
-    void *block;
-    {
-        TableLock guard;
-        Slot *slot = slotOf(handle);
-        if (slot == nullptr || (*slot & 1) != 0 || *slot == 0)
-            return 1;  // never issued, or already freed
-        block = reinterpret_cast<void *>(*slot);
-        *slot = (static_cast<Slot>(gFreeHead) << 1) | 1;
-        gFreeHead = handle;
-    }
+    Slot *slot = slotOf(handle);
+    if (slot == nullptr || (*slot & 1) != 0 || *slot == 0)
+        return 1;  // never issued, or already freed
+    void *block = reinterpret_cast<void *>(*slot);
+    takeBack(handle, slot);
     return RQ_FREE(block);
 }
 
