@@ -1,25 +1,27 @@
-// The accounting allocator.  Each block is preceded by a header that links
-// it into a list of live blocks and records its size, source tag and line,
-// so that the test suite can prove that nothing leaks and name what did.
+// The accounting allocator.  Each block is preceded by a header that records
+// its size, source tag and line, and the allocator can find every live
+// block, so that the test suite can prove that nothing leaks and name what
+// did.
 //
-// Every thread allocates from a heap of its own: its list of live blocks and
-// its pools are touched by that thread alone, so an allocation and the free
-// of a block by the thread that allocated it take no lock and no atomic
+// Every thread allocates from a heap of its own: its pools and its list of
+// large blocks are touched by that thread alone, so an allocation and the
+// free of a block by the thread that allocated it take no lock and no atomic
 // instruction (the containers allocate and free one small block per
 // element; a locked global list cost more than the rest of the work).  A
-// block freed by another thread is marked dead and pushed, lock-free, onto
-// its heap's list of remote frees; the owner takes those back at its next
-// allocation.  When a thread ends, its heap (with whatever it still holds)
-// waits for the next new thread to adopt it.  A thread that allocates after
-// its heap was given up (in its own exit-time destructors) uses one shared
-// heap under a lock.
+// block freed by another thread is marked dead, counted free at once and
+// pushed, lock-free, onto its heap's list of remote frees; the owner takes
+// those back at its next allocation.  When a thread ends, its heap (with
+// whatever it still holds) waits for the next new thread to adopt it.  A
+// thread that allocates after its heap was given up (in its own exit-time
+// destructors) uses one shared heap under a lock.
 //
 // Small blocks (container elements, list headers, short texts) come from
-// pools: a free list per 16-byte size class, refilled from 64 KB slabs taken
-// from the C library.  A freed small block is kept for reuse by its class,
-// as the C library keeps its own bins: peak small-block memory stays
-// reserved.  Under AddressSanitizer every block comes from malloc, so that
-// its red zones still catch an overrun of the block.
+// pools: a free list per 8-byte size class, refilled from 64 KB slabs taken
+// from the C library; the live report finds them by walking the slabs.  A
+// freed small block is kept for reuse by its class, as the C library keeps
+// its own bins: peak small-block memory stays reserved.  Under
+// AddressSanitizer every block comes from malloc, so that its red zones
+// still catch an overrun of the block.
 
 #include "rqsis/rqsis.h"
 #include "rqsis/rqsis_test.h"
@@ -39,14 +41,27 @@ constexpr uint32_t kDeadMagic = 0xDEADB10Cu;
 
 struct Heap;
 
+// Every block's header: 32 bytes on both targets.
 struct alignas(16) Header {
-    Header *prev;  // in a pool's free list: the next free chunk
-    Header *next;
     size_t size;
-    const char *tag;  // once freed by another thread: the next remote free
+    const char *tag;  // once freed: the next chunk in a free or remote list
     Heap *owner;
     uint32_t line;
     uint32_t magic;
+};
+
+// Blocks too large for the pools also sit in their heap's list, so that the
+// live report finds them; pooled blocks are found by walking the slabs.
+struct alignas(16) Links {
+    Links *prev;
+    Links *next;
+};
+
+Links *linksOf(Header *h) noexcept { return reinterpret_cast<Links *>(h) - 1; }
+Header *headerAfter(Links *l) noexcept { return reinterpret_cast<Header *>(l + 1); }
+
+struct alignas(16) Slab {
+    Slab *next;
 };
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -54,7 +69,9 @@ constexpr size_t kPoolMax = 0;
 #else
 constexpr size_t kPoolMax = 256;  // largest size served from the pools
 #endif
-constexpr size_t kClassStep = 16;
+// 8-byte classes: a block is 8-byte aligned, and 16-byte aligned when its
+// size is a multiple of 16 (no object of another size needs more).
+constexpr size_t kClassStep = 8;
 constexpr size_t kClassCount = kPoolMax / kClassStep + 1;
 constexpr size_t kSlabBytes = 64 * 1024;
 
@@ -68,13 +85,14 @@ struct Pool {
     Header *free = nullptr;
     char *fresh = nullptr;  // the unused rest of the newest slab
     char *end = nullptr;
+    Slab *slabs = nullptr;  // newest first
 };
 
 // The owner's counters are written by the owner alone (plain stores of
 // atomics, so that a reader in another thread sees whole values); remote
 // frees are counted apart, by the freeing thread.
 struct Heap {
-    Header live{};
+    Links big{};
     Pool pools[kClassCount];
     std::atomic<uint64_t> blocks{0};
     std::atomic<uint64_t> bytes{0};
@@ -123,7 +141,7 @@ bool injectFailure() noexcept
 
 void initHeap(Heap &heap) noexcept
 {
-    heap.live.prev = heap.live.next = &heap.live;
+    heap.big.prev = heap.big.next = &heap.big;
 }
 
 // ---- the owner's side: no other thread touches these ----------------------
@@ -138,27 +156,31 @@ void sub(std::atomic<uint64_t> &counter, uint64_t n) noexcept
     counter.store(counter.load(std::memory_order_relaxed) - n, std::memory_order_relaxed);
 }
 
-void linkLive(Heap &heap, Header *h, size_t size, const char *tag, uint32_t line) noexcept
+void markLive(Heap &heap, Header *h, size_t size, const char *tag, uint32_t line) noexcept
 {
     h->size = size;
     h->tag = tag;
     h->line = line;
     h->owner = &heap;
     h->magic = kLiveMagic;
-    h->next = heap.live.next;
-    h->prev = &heap.live;
-    heap.live.next->prev = h;
-    heap.live.next = h;
     add(heap.blocks, 1);
     add(heap.bytes, size);
 }
 
-void unlinkLive(Heap &heap, Header *h) noexcept
+void linkBig(Heap &heap, Header *h) noexcept
 {
-    h->prev->next = h->next;
-    h->next->prev = h->prev;
-    sub(heap.blocks, 1);
-    sub(heap.bytes, h->size);
+    Links *l = linksOf(h);
+    l->next = heap.big.next;
+    l->prev = &heap.big;
+    heap.big.next->prev = l;
+    heap.big.next = l;
+}
+
+void unlinkBig(Header *h) noexcept
+{
+    Links *l = linksOf(h);
+    l->prev->next = l->next;
+    l->next->prev = l->prev;
 }
 
 // A chunk of class `cls`; null when a new slab cannot be had.  Slabs belong
@@ -167,33 +189,51 @@ Header *takeChunk(Heap &heap, size_t cls) noexcept
 {
     Pool &pool = heap.pools[cls];
     if (Header *h = pool.free; h != nullptr) {
-        pool.free = h->prev;
+        pool.free = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
         return h;
     }
     size_t bytes = chunkBytes(cls);
     if (static_cast<size_t>(pool.end - pool.fresh) < bytes) {
-        // malloc's blocks are 16-byte aligned, and so every chunk is.
-        char *slab = static_cast<char *>(std::malloc(kSlabBytes));
+        // malloc's blocks are 16-byte aligned, and so is the first chunk.
+        Slab *slab = static_cast<Slab *>(std::malloc(kSlabBytes));
         if (slab == nullptr)
             return nullptr;
-        pool.fresh = slab;
-        pool.end = slab + kSlabBytes;
+        slab->next = pool.slabs;
+        pool.slabs = slab;
+        pool.fresh = reinterpret_cast<char *>(slab + 1);
+        pool.end = reinterpret_cast<char *>(slab) + kSlabBytes;
     }
     Header *h = reinterpret_cast<Header *>(pool.fresh);
     pool.fresh += bytes;
     return h;
 }
 
-// Gives a chunk that is no longer in any list back to its pool or to the C
-// library.
+// Gives a dead block back to its pool or, with its links, to the C library.
 void dispose(Heap &heap, Header *h) noexcept
 {
     if (pooled(h->size)) {
         Pool &pool = heap.pools[classOf(h->size)];
-        h->prev = pool.free;
+        h->tag = reinterpret_cast<const char *>(pool.free);
         pool.free = h;
     } else {
-        std::free(h);
+        unlinkBig(h);
+        std::free(linksOf(h));
+    }
+}
+
+// Calls visit(header) for every chunk carved from the heap's slabs.
+template <typename Visit>
+void forEachChunk(Heap &heap, Visit visit) noexcept
+{
+    for (size_t cls = 1; cls < kClassCount; ++cls) {
+        const Pool &pool = heap.pools[cls];
+        size_t bytes = chunkBytes(cls);
+        for (Slab *slab = pool.slabs; slab != nullptr; slab = slab->next) {
+            char *p = reinterpret_cast<char *>(slab + 1);
+            char *stop = slab == pool.slabs ? pool.fresh : reinterpret_cast<char *>(slab) + kSlabBytes;
+            for (; static_cast<size_t>(stop - p) >= bytes; p += bytes)
+                visit(reinterpret_cast<Header *>(p));
+        }
     }
 }
 
@@ -207,7 +247,8 @@ void drainRemote(Heap &heap) noexcept
         Header *after = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
         ++blocks;
         bytes += h->size;
-        unlinkLive(heap, h);
+        sub(heap.blocks, 1);
+        sub(heap.bytes, h->size);
         dispose(heap, h);
         h = after;
     }
@@ -225,21 +266,26 @@ Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, uint32_
     Header *h;
     if (pooled(size)) {
         h = takeChunk(heap, classOf(size));
-        if (h != nullptr && clear)
+        if (h == nullptr)
+            return nullptr;
+        if (clear)
             std::memset(h + 1, 0, size);
     } else {
-        void *raw = clear ? std::calloc(1, sizeof(Header) + size) : std::malloc(sizeof(Header) + size);
-        h = static_cast<Header *>(raw);
+        size_t total = sizeof(Links) + sizeof(Header) + size;
+        void *raw = clear ? std::calloc(1, total) : std::malloc(total);
+        if (raw == nullptr)
+            return nullptr;
+        h = headerAfter(static_cast<Links *>(raw));
+        linkBig(heap, h);
     }
-    if (h == nullptr)
-        return nullptr;
-    linkLive(heap, h, size, tag, line);
+    markLive(heap, h, size, tag, line);
     return h;
 }
 
 void releaseIn(Heap &heap, Header *h) noexcept
 {
-    unlinkLive(heap, h);
+    sub(heap.blocks, 1);
+    sub(heap.bytes, h->size);
     h->magic = kDeadMagic;
     dispose(heap, h);
 }
@@ -309,7 +355,7 @@ Header *allocateHeader(size_t size, bool clear, const char *tag, uint32_t line) 
     if (Heap *heap = myHeap(); heap != nullptr)
         return allocateIn(*heap, size, clear, tag, line);
     rq::SpinGuard guard(gSharedLock);
-    if (gShared.live.next == nullptr)
+    if (gShared.big.next == nullptr)
         initHeap(gShared);
     return allocateIn(gShared, size, clear, tag, line);
 }
@@ -317,7 +363,7 @@ Header *allocateHeader(size_t size, bool clear, const char *tag, uint32_t line) 
 void *allocate(size_t size, bool clear, const char *tag, uint32_t line) noexcept
 {
     ++tAllocatorCalls;
-    if (injectFailure() || size > SIZE_MAX - sizeof(Header))
+    if (injectFailure() || size > SIZE_MAX - sizeof(Links) - sizeof(Header))
         return nullptr;
     Header *h = allocateHeader(size, clear, tag, line);
     return h != nullptr ? h + 1 : nullptr;
@@ -349,7 +395,7 @@ void release(Header *h) noexcept
 template <typename Visit>
 void forEachHeap(Visit visit) noexcept
 {
-    if (gShared.live.next != nullptr)
+    if (gShared.big.next != nullptr)
         visit(gShared);
     for (Heap *h = gHeaps.load(std::memory_order_acquire); h != nullptr; h = h->nextHeap)
         visit(*h);
@@ -380,7 +426,7 @@ void *SIS_MemRealloc(void *, void *block, size_t size, uint32_t, uint32_t, const
         return allocate(size, false, tag, line);
     ++tAllocatorCalls;
     Header *old = headerOf(block);
-    if (old == nullptr || injectFailure() || size > SIZE_MAX - sizeof(Header))
+    if (old == nullptr || injectFailure() || size > SIZE_MAX - sizeof(Links) - sizeof(Header))
         return nullptr;
     Heap *heap = myHeap();
     if (heap == nullptr || old->owner != heap || pooled(old->size) || pooled(size)) {
@@ -393,17 +439,21 @@ void *SIS_MemRealloc(void *, void *block, size_t size, uint32_t, uint32_t, const
         release(old);
         return h + 1;
     }
-    // Unlink first: realloc may move the header, and the list must never
+    // Unlink first: realloc may move the block, and the list must never
     // point at a block that is being moved.
-    unlinkLive(*heap, old);
-    size_t oldSize = old->size;
-    void *raw = std::realloc(old, sizeof(Header) + size);
+    unlinkBig(old);
+    void *raw = std::realloc(linksOf(old), sizeof(Links) + sizeof(Header) + size);
     if (raw == nullptr) {
-        linkLive(*heap, old, oldSize, old->tag, old->line);
+        linkBig(*heap, old);
         return nullptr;
     }
-    Header *h = static_cast<Header *>(raw);
-    linkLive(*heap, h, size, tag, line);
+    Header *h = headerAfter(static_cast<Links *>(raw));
+    linkBig(*heap, h);
+    sub(heap->bytes, h->size);
+    add(heap->bytes, size);
+    h->size = size;
+    h->tag = tag;
+    h->line = line;
     return h + 1;
 }
 
@@ -451,15 +501,20 @@ void SIS_TestLiveGet(uint64_t *blocks, uint64_t *bytes) noexcept
 uint64_t SIS_TestLiveReport(FILE *out) noexcept
 {
     uint64_t n = 0;
+    auto report = [&](const Header *h) {
+        // Freed blocks (and those freed by another thread, not yet taken
+        // back) are passed over.
+        if (h->magic != kLiveMagic)
+            return;
+        ++n;
+        if (out != nullptr)
+            std::fprintf(out, "live block %p: %zu bytes from %s:%u\n", static_cast<const void *>(h + 1), h->size,
+                         h->tag != nullptr ? h->tag : "?", h->line);
+    };
     forEachHeap([&](Heap &heap) {
-        for (Header *h = heap.live.next; h != &heap.live; h = h->next) {
-            if (h->magic != kLiveMagic)
-                continue;  // freed by another thread, not yet taken back
-            ++n;
-            if (out != nullptr)
-                std::fprintf(out, "live block %p: %zu bytes from %s:%u\n", static_cast<void *>(h + 1), h->size,
-                             h->tag != nullptr ? h->tag : "?", h->line);
-        }
+        for (Links *l = heap.big.next; l != &heap.big; l = l->next)
+            report(headerAfter(l));
+        forEachChunk(heap, report);
     });
     return n;
 }
