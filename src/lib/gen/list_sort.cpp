@@ -142,10 +142,33 @@ U32 prepare(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare, He
     return 0;
 }
 
-U32 pushSegment(HLIST work, const Segment &seg) noexcept
+// The work list is the sort's own, so its header stays locked for the whole
+// sort and segments go on and off it through the list's internal operations:
+// the same elements, codes and order as DX_ListAddTo (which adds at the
+// front of an unsorted list: a stack), DX_ListGetFirst and
+// DX_ListDeleteCurrent, without a call and a header lookup for each.
+U32 pushSegment(Header &work, const Segment &seg) noexcept
 {
     U32 id[3] = {seg.count, seg.first, seg.last};
-    return DX_ListAddTo(work, id, nullptr);  // adds at the front: a stack
+    return addFirst(work, id, nullptr);
+}
+
+// DX_LIST_END when the work list is empty.
+U32 popSegment(Header &work, Segment *seg) noexcept
+{
+    if (work.first == 0)
+        return DX_LIST_END;
+    {
+        ElementLock e(work.first);
+        if (!e)
+            return DX_LIST_ERR_FIRST_ELEMENT_LOCK;
+        U32 id[3];
+        std::memcpy(id, idOf(work, e.get()), sizeof id);
+        *seg = Segment{id[0], id[1], id[2]};
+    }
+    work.current = work.first;
+    work.prev = 0;
+    return unlinkElement(work, 0, work.first) ? 0 : U32{DX_LIST_ERR_DELETE_LOCK};
 }
 
 }  // namespace
@@ -165,16 +188,19 @@ RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT
     if (U32 status = DX_ListCreate(&work, sizeof(Segment), 0, kWorkListFlags, nullptr, nullptr); status != 0)
         return status;
     rq::ScopeExit dropWork([&]() noexcept { DX_ListDestroy(&work); });
-    if (U32 status = pushSegment(work, Segment{h.count, h.first, h.last}); status != 0)
+    HeaderLock workHeader(work);
+    if (!workHeader)
+        return DX_LIST_ERR_ADDFIRST_LOCK;
+    Header &stack = *workHeader.get();
+    if (U32 status = pushSegment(stack, Segment{h.count, h.first, h.last}); status != 0)
         return status;
     for (;;) {
-        U32 id[3];
-        U32 status = DX_ListGetFirst(work, id, nullptr);
+        Segment seg, left, right;
+        U32 status = popSegment(stack, &seg);
         if (status == DX_LIST_END)
             return 0;  // the work list ran dry: sorted
         if (status != 0)
             return status;
-        Segment seg{id[0], id[1], id[2]}, left, right;
         if (seg.count >= 2) {
             status = withCellOrder(
                 h, [&](const auto &cell) noexcept { return partition(h, cell, seg, &left, &right); });
@@ -183,12 +209,10 @@ RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT
         } else {
             left = right = Segment{};
         }
-        if ((status = DX_ListDeleteCurrent(work)) != 0)
-            return status;
         // Left first, then right: the right part is taken next.
-        if (left.count > 1 && (status = pushSegment(work, left)) != 0)
+        if (left.count > 1 && (status = pushSegment(stack, left)) != 0)
             return status;
-        if (right.count > 1 && (status = pushSegment(work, right)) != 0)
+        if (right.count > 1 && (status = pushSegment(stack, right)) != 0)
             return status;
     }
 }
