@@ -246,12 +246,9 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!fixedLayout(h))
         return appendVarying(h, id, data);
-    U32 dataSize = h.dataSize, idSize = h.idSize;
-    uint64_t idAt = 4ull + dataSize + pad4(dataSize);
-    uint64_t size = idAt + idSize + kElementSlack;
+    uint64_t size = 4ull + h.dataSize + pad4(h.dataSize) + h.idSize + kElementSlack;
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    U32 hints = hintOffset(h);
     RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
     if (handle == 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
@@ -260,6 +257,10 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
         rq::handle::release(handle);
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     }
+    // The sizes are read again rather than kept over the allocation: a
+    // reload costs less than the spills.
+    U32 dataSize = h.dataSize, idSize = h.idSize;
+    U32 idAt = 4 + dataSize + pad4(dataSize);
     setNext(e, 0);
     if (pad4(dataSize) != 0)
         std::memset(e + idAt - 4, 0, 4);  // the padding; the data goes over the rest
@@ -270,7 +271,7 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
     copyFixed(e + idAt, id, idSize);
     std::memset(e + idAt + idSize, 0, kElementSlack);
     rq::handle::unlock();
-    return linkLast(h, handle, e, hints);
+    return linkLast(h, handle, e, hintOffset(h));
 }
 
 U32 alwaysAddLast(Header &h, const void *id, const void *data) noexcept { return appendLast(h, id, data); }
