@@ -234,6 +234,22 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
     return linkLast(h, handle, e, hintOffset(h));
 }
 
+// Writes a new fixed-layout element with no successor (see appendLast).
+[[gnu::noinline]] static void fillFixed(const Header &h, U8 *e, const void *id, const void *data) noexcept
+{
+    U32 dataSize = h.dataSize, idSize = h.idSize;
+    U32 idAt = 4 + dataSize + pad4(dataSize);
+    setNext(e, 0);
+    if (pad4(dataSize) != 0)
+        std::memset(e + idAt - 4, 0, 4);  // the padding; the data goes over the rest
+    if (data != nullptr)
+        copyFixed(dataOf(e), data, dataSize);
+    else if (dataSize != 0)
+        std::memset(dataOf(e), 0, dataSize);
+    copyFixed(e + idAt, id, idSize);
+    std::memset(e + idAt + idSize, 0, kElementSlack);
+}
+
 // Appends in one pass what makeElement and linkElement would do: the new
 // element's address stays in hand for filling it and for the last
 // element's hint.  The same codes, the same allocation, the same bytes:
@@ -257,19 +273,16 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
         rq::handle::release(handle);
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     }
-    // The sizes are read again rather than kept over the allocation: a
-    // reload costs less than the spills.
-    U32 dataSize = h.dataSize, idSize = h.idSize;
-    U32 idAt = 4 + dataSize + pad4(dataSize);
-    setNext(e, 0);
-    if (pad4(dataSize) != 0)
-        std::memset(e + idAt - 4, 0, 4);  // the padding; the data goes over the rest
-    if (data != nullptr)
-        copyFixed(dataOf(e), data, dataSize);
-    else if (dataSize != 0)
-        std::memset(dataOf(e), 0, dataSize);
-    copyFixed(e + idAt, id, idSize);
-    std::memset(e + idAt + idSize, 0, kElementSlack);
+    if (h.dataSize == 4 && h.idSize == 4 && data != nullptr) {
+        // The common 32-bit cell, written in line with no call left for
+        // which to keep registers.
+        setNext(e, 0);
+        std::memcpy(dataOf(e), data, 4);
+        std::memcpy(e + 8, id, 4);
+        std::memset(e + 12, 0, kElementSlack);
+    } else {
+        fillFixed(h, e, id, data);
+    }
     rq::handle::unlock();
     return linkLast(h, handle, e, hintOffset(h));
 }

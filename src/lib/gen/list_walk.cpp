@@ -45,11 +45,14 @@ inline void moveTo(Header &h, RQHANDLE next, U8 *at) noexcept
     h.currentAt = at;
 }
 
+#if UINTPTR_MAX != 0xFFFFFFFFu
+// The fixed-size step's copy of items other than 32-bit ones.
 [[gnu::noinline]] U32 readOut(const Header &h, const U8 *e, void *idOut, void *dataOut) noexcept
 {
     readElement(h, e, idOut, dataOut);
     return 0;
 }
+#endif
 
 // One step of a walk, for every layout and every case.
 [[gnu::noinline]] U32 step(Header &h, void *idOut, void *dataOut) noexcept
@@ -120,7 +123,8 @@ RQ_API U32 DX_ListGetNext(HLIST list, void *idOut, void *dataOut) noexcept
     RQHANDLE next = nextOf(ahead);
     U8 *realNext = static_cast<U8 *>(rq::handle::lock(next));
     U8 *to;
-    std::memcpy(&to, ahead + idAt + hd.idSize, sizeof to);
+    // The offset summed first: the walk then waits on the one load alone.
+    std::memcpy(&to, ahead + (idAt + hd.idSize), sizeof to);
     U8 *toAhead = to;
     __asm__("" : "+r"(toAhead));
     if (__builtin_expect(to != realNext || to == nullptr, 0))
