@@ -73,6 +73,41 @@ inline void moveTo(Header &h, RQHANDLE next, U8 *at) noexcept
     return 0;
 }
 
+#if UINTPTR_MAX != 0xFFFFFFFFu
+// The step over fixed-size elements (identifier at idAt, hint at hintAt)
+// from both remembered addresses, the current element's and its
+// successor's (the hint).  Anything else (a guess that does not hold, the
+// end, a failed lock) is the general step's, which starts over: nothing is
+// changed before.
+[[gnu::always_inline]] inline U32 stepFixed(Header &hd, void *idOut, void *dataOut, U32 idAt, U32 hintAt) noexcept
+{
+    U8 *real = static_cast<U8 *>(rq::handle::lock(hd.current));
+    U8 *cur = hd.currentAt;
+    U8 *ahead = cur;
+    __asm__("" : "+r"(ahead));  // see follow
+    if (__builtin_expect(cur != real || cur == nullptr, 0))
+        return step(hd, idOut, dataOut);
+    RQHANDLE next = nextOf(ahead);
+    U8 *realNext = static_cast<U8 *>(rq::handle::lock(next));
+    U8 *to;
+    std::memcpy(&to, ahead + hintAt, sizeof to);
+    U8 *toAhead = to;
+    __asm__("" : "+r"(toAhead));
+    if (__builtin_expect(to != realNext || to == nullptr, 0))
+        return step(hd, idOut, dataOut);
+    moveTo(hd, next, toAhead);
+    if (__builtin_expect(hd.idSize != 4 || (hd.dataSize != 4 && hd.dataSize != 0), 0))
+        return readOut(hd, toAhead, idOut, dataOut);
+    // 32-bit identifier and data (or none): copied in line, with no call
+    // left for which to keep registers.
+    if (idOut != nullptr)
+        std::memcpy(idOut, toAhead + idAt, 4);
+    if (dataOut != nullptr && hd.dataSize != 0)
+        std::memcpy(dataOut, dataOf(toAhead), 4);
+    return 0;
+}
+#endif
+
 [[gnu::noinline]] U32 first(Header &h, void *idOut, void *dataOut) noexcept
 {
     h.current = h.first;
@@ -107,38 +142,14 @@ RQ_API U32 DX_ListGetNext(HLIST list, void *idOut, void *dataOut) noexcept
 #if UINTPTR_MAX == 0xFFFFFFFFu
     return step(hd, idOut, dataOut);
 #else
-    // The step over fixed-size elements from both remembered addresses,
-    // the current element's and its successor's (the hint).  Anything else
-    // (another layout, a guess that does not hold, the end, a failed lock)
-    // is the general step's, which starts over: nothing is changed before.
     if (__builtin_expect(!fixedLayout(hd), 0))
         return step(hd, idOut, dataOut);
-    U32 idAt = 4 + hd.dataSize + pad4(hd.dataSize);
-    U8 *real = static_cast<U8 *>(rq::handle::lock(hd.current));
-    U8 *cur = hd.currentAt;
-    U8 *ahead = cur;
-    __asm__("" : "+r"(ahead));  // see follow
-    if (__builtin_expect(cur != real || cur == nullptr, 0))
-        return step(hd, idOut, dataOut);
-    RQHANDLE next = nextOf(ahead);
-    U8 *realNext = static_cast<U8 *>(rq::handle::lock(next));
-    U8 *to;
-    // The offset summed first: the walk then waits on the one load alone.
-    std::memcpy(&to, ahead + (idAt + hd.idSize), sizeof to);
-    U8 *toAhead = to;
-    __asm__("" : "+r"(toAhead));
-    if (__builtin_expect(to != realNext || to == nullptr, 0))
-        return step(hd, idOut, dataOut);
-    moveTo(hd, next, toAhead);
-    if (__builtin_expect(hd.idSize != 4 || (hd.dataSize != 4 && hd.dataSize != 0), 0))
-        return readOut(hd, toAhead, idOut, dataOut);
-    // 32-bit identifier and data (or none): copied in line, with no call
-    // left for which to keep registers.
-    if (idOut != nullptr)
-        std::memcpy(idOut, toAhead + idAt, 4);
-    if (dataOut != nullptr && hd.dataSize != 0)
-        std::memcpy(dataOut, dataOf(toAhead), 4);
-    return 0;
+    // The common 32-bit cell gets its offsets as constants: the walk's one
+    // dependent load then needs no index.
+    if (hd.idSize == 4 && hd.dataSize == 4)
+        return stepFixed(hd, idOut, dataOut, 8, 12);
+    return stepFixed(hd, idOut, dataOut, 4 + hd.dataSize + pad4(hd.dataSize),
+                     4 + hd.dataSize + pad4(hd.dataSize) + hd.idSize);
 #endif
 }
 
