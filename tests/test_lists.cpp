@@ -394,6 +394,21 @@ TEST(ListWalk, LinksRewrittenThroughTheHandleAreFollowed)
     EXPECT_EQ(data, 20);
 }
 
+// Freeing follows the links too: a last element linked to itself is freed
+// once and then reported, not read again.
+TEST(ListWalk, ElementLinkedToItselfIsFreedOnce)
+{
+    rqtest::LeakCheck leaks;
+    List l{{1, 10}, {2, 20}, {3, 30}};
+    S32 three = 3;
+    RQHANDLE before = 0, last = 0;
+    ASSERT_EQ(DX_ListFind(l.h, &three, nullptr, &before, &last), 0u);
+    std::memcpy(MemLock(last), &last, sizeof last);
+    MemUnlock();
+    EXPECT_EQ(DX_ListDeleteAll(l.h), 0x1507Au);
+    EXPECT_EQ(count(l.h), 0u);
+}
+
 // ---- ordering, comparison, selection -----------------------------------------------------
 
 TEST(ListOrder, SortedInsertPutsEqualsBeforeTheFirstEqual)

@@ -389,7 +389,9 @@ bool freeChain(RQHANDLE e, U32 hints) noexcept
         if (at == nullptr)
             return false;
         RQHANDLE next = nextOf(at);
-        const U8 *nextAt = follow(hints, at, next);
+        // The successor is looked up before e is freed; an element linked
+        // to itself must find its block gone, as a lookup after would.
+        const U8 *nextAt = next != e ? follow(hints, at, next) : nullptr;
         rq::handle::unlock();
         rq::handle::release(e);
         e = next;
