@@ -212,6 +212,46 @@ TEST(ListCore, AddBeforeAndAfterFallBackToTheEnds)
     EXPECT_EQ(cells(l.h), (Cells{{10, 0}, {1, 0}, {12, 0}, {2, 0}, {3, 0}, {13, 0}, {11, 0}, {13, 0}}));
 }
 
+// An appended element holds the very bytes of one DX_ListCreateElement
+// makes: data (zeros when none), zero padding, identifier, zero spare bytes.
+// Blocks of its size are dirtied and freed first, so that a byte the append
+// leaves unwritten shows where the allocator hands the block back.
+TEST(ListCore, AppendedElementsMatchCreatedOnes)
+{
+    struct Case { const char *name; U32 idSize, dataSize; bool withData; };
+    const Case cases[] = {{"4/4", 4, 4, true}, {"4/4 no data", 4, 4, false}, {"4/3 padded", 4, 3, true},
+                          {"8/5 padded", 8, 5, true}, {"2/none", 2, 0, true}, {"4/1 no data", 4, 1, false}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        rqtest::LeakCheck leaks;
+        HLIST h = 0;
+        ASSERT_EQ(DX_ListCreate(&h, c.idSize, c.dataSize, 0, nullptr, nullptr), 0u);
+        unsigned char id[8], data[8];
+        for (int i = 0; i < 8; ++i) {
+            id[i] = static_cast<unsigned char>(0x11 + i);
+            data[i] = static_cast<unsigned char>(0x21 + i);
+        }
+        const void *d = c.withData ? data : nullptr;
+        U32 size = 4 + c.dataSize + (4 - c.dataSize % 4) % 4 + c.idSize + 8;
+        RQHANDLE ref = 0;
+        ASSERT_EQ(DX_ListCreateElement(h, &ref, id, d, 0), 0u);
+        for (int k = 0; k < 4; ++k) {
+            RQHANDLE dirty = MemAlloc(size);
+            std::memset(MemLock(dirty), 0xFF, size);
+            MemUnlock();
+            MemFree(dirty);
+        }
+        ASSERT_EQ(DX_ListAddLast(h, id, d), 0u);
+        RQHANDLE before = 0, found = 0;
+        ASSERT_EQ(DX_ListFind(h, id, nullptr, &before, &found), 0u);
+        EXPECT_EQ(std::memcmp(MemLock(found), MemLock(ref), size), 0);
+        MemUnlock();
+        MemUnlock();
+        MemFree(ref);
+        DX_ListDestroy(&h);
+    }
+}
+
 TEST(ListCore, StringListsCapAndRebuild)
 {
     rqtest::LeakCheck leaks;
@@ -352,6 +392,21 @@ TEST(ListWalk, LinksRewrittenThroughTheHandleAreFollowed)
     relink(first, second);  // back on the chain, so that the list frees it
     EXPECT_EQ(DX_ListAlwaysGet(l.h, &two, &data), 0u);
     EXPECT_EQ(data, 20);
+}
+
+// Freeing follows the links too: a last element linked to itself is freed
+// once and then reported, not read again.
+TEST(ListWalk, ElementLinkedToItselfIsFreedOnce)
+{
+    rqtest::LeakCheck leaks;
+    List l{{1, 10}, {2, 20}, {3, 30}};
+    S32 three = 3;
+    RQHANDLE before = 0, last = 0;
+    ASSERT_EQ(DX_ListFind(l.h, &three, nullptr, &before, &last), 0u);
+    std::memcpy(MemLock(last), &last, sizeof last);
+    MemUnlock();
+    EXPECT_EQ(DX_ListDeleteAll(l.h), 0x1507Au);
+    EXPECT_EQ(count(l.h), 0u);
 }
 
 // ---- ordering, comparison, selection -----------------------------------------------------

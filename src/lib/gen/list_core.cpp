@@ -191,19 +191,103 @@ U32 addFirst(Header &h, const void *id, const void *data) noexcept
     return 0;
 }
 
-U32 alwaysAddLast(Header &h, const void *id, const void *data) noexcept
+// Links the new element (handle, address e) after the last one and makes
+// it the last; there is no successor, so the position cannot move.
+static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcept
 {
-    if (h.first == 0)
-        return addFirst(h, id, data);
-    RQHANDLE e;
-    if (makeElement(h, &e, id, data, 0) != 0)
-        return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    if (!linkElement(h, h.last, e)) {
-        rq::handle::release(e);
-        return DX_LIST_ERR_ADDLAST_LAST_LOCK;
+    if (h.first == 0) {
+        h.first = handle;
+    } else {
+        U8 *last = static_cast<U8 *>(rq::handle::lock(h.last));
+        if (last == nullptr) {
+            rq::handle::release(handle);
+            return DX_LIST_ERR_ADDLAST_LAST_LOCK;
+        }
+        setNext(last, handle);
+        setHint(hints, last, e);
+        rq::handle::unlock();
     }
+    h.last = handle;
+    ++h.count;
     return 0;
 }
+
+// Appends to a list holding texts: made as makeElement makes an element.
+[[gnu::noinline]] static U32 appendVarying(Header &h, const void *id, const void *data) noexcept
+{
+    U32 dataLen = elementDataLength(h, data);
+    U32 idLen = elementIdLength(h, id);
+    uint64_t size = 4ull + dataLen + pad4(dataLen) + idLen + kElementSlack;
+    if (size > UINT32_MAX)
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
+    if (handle == 0)
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    U8 *e = static_cast<U8 *>(rq::handle::lock(handle));
+    if (e == nullptr) {
+        rq::handle::release(handle);
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    }
+    std::memset(e, 0, static_cast<size_t>(size));
+    writeContents(h, e, id, data);
+    rq::handle::unlock();
+    return linkLast(h, handle, e, hintOffset(h));
+}
+
+// Writes a new fixed-layout element with no successor (see appendLast).
+[[gnu::noinline]] static void fillFixed(const Header &h, U8 *e, const void *id, const void *data) noexcept
+{
+    U32 dataSize = h.dataSize, idSize = h.idSize;
+    U32 idAt = 4 + dataSize + pad4(dataSize);
+    setNext(e, 0);
+    if (pad4(dataSize) != 0)
+        std::memset(e + idAt - 4, 0, 4);  // the padding; the data goes over the rest
+    if (data != nullptr)
+        copyFixed(dataOf(e), data, dataSize);
+    else if (dataSize != 0)
+        std::memset(dataOf(e), 0, dataSize);
+    copyFixed(e + idAt, id, idSize);
+    std::memset(e + idAt + idSize, 0, kElementSlack);
+}
+
+// Appends in one pass what makeElement and linkElement would do: the new
+// element's address stays in hand for filling it and for the last
+// element's hint.  The same codes, the same allocation, the same bytes:
+// a fixed-layout element is written byte for byte (link 0, data or zeros,
+// padding zeros, identifier, zeros in the spare bytes: no successor, no
+// hint) as makeElement's clearing and writing would leave it.
+[[gnu::always_inline]] static inline U32 appendLast(Header &h, const void *id, const void *data) noexcept
+{
+    if (id == nullptr)
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    if (!fixedLayout(h))
+        return appendVarying(h, id, data);
+    uint64_t size = 4ull + h.dataSize + pad4(h.dataSize) + h.idSize + kElementSlack;
+    if (size > UINT32_MAX)
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
+    if (handle == 0)
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    U8 *e = static_cast<U8 *>(rq::handle::lock(handle));
+    if (e == nullptr) {
+        rq::handle::release(handle);
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    }
+    if (h.dataSize == 4 && h.idSize == 4 && data != nullptr) {
+        // The common 32-bit cell, written in line with no call left for
+        // which to keep registers.
+        setNext(e, 0);
+        std::memcpy(dataOf(e), data, 4);
+        std::memcpy(e + 8, id, 4);
+        std::memset(e + 12, 0, kElementSlack);
+    } else {
+        fillFixed(h, e, id, data);
+    }
+    rq::handle::unlock();
+    return linkLast(h, handle, e, hintOffset(h));
+}
+
+U32 alwaysAddLast(Header &h, const void *id, const void *data) noexcept { return appendLast(h, id, data); }
 
 }  // namespace rq::list
 
@@ -242,6 +326,18 @@ U32 duplicateRule(const Header &h, const void *id, bool *skip) noexcept
         return DX_LIST_ERR_DUPLICATE;
     *skip = true;
     return 0;
+}
+
+// DX_ListAddLast on a list with a duplicate rule or an order: out of line,
+// so that the plain append keeps a small frame.
+[[gnu::noinline]] U32 checkedAddLast(Header &h, const void *id, const void *data) noexcept
+{
+    bool skip;
+    if (U32 status = duplicateRule(h, id, &skip); status != 0 || skip)
+        return status;
+    if ((h.flags & DX_LIST_SORTED) != 0)
+        return DX_LIST_ERR_ADDLAST_SORTED;
+    return alwaysAddLast(h, id, data);
 }
 
 U32 alwaysAddBefore(Header &h, const void *refId, const void *refData, const void *id, const void *data) noexcept
@@ -283,19 +379,23 @@ U32 alwaysAddAfter(Header &h, const void *refId, const void *refData, const void
     return 0;
 }
 
-// Frees a chain of elements from `e` along the links; false if a lock failed.
-bool freeChain(RQHANDLE e) noexcept
+// Frees a chain of elements from `e` along the links, each reached through
+// its predecessor's hint where the list keeps them (`hints`, see
+// hintOffset); false if a lock failed.
+bool freeChain(RQHANDLE e, U32 hints) noexcept
 {
+    const U8 *at = e != 0 ? static_cast<const U8 *>(rq::handle::lock(e)) : nullptr;
     while (e != 0) {
-        RQHANDLE next;
-        {
-            ElementLock el(e);
-            if (!el)
-                return false;
-            next = nextOf(el.get());
-        }
+        if (at == nullptr)
+            return false;
+        RQHANDLE next = nextOf(at);
+        // The successor is looked up before e is freed; an element linked
+        // to itself must find its block gone, as a lookup after would.
+        const U8 *nextAt = next != e ? follow(hints, at, next) : nullptr;
+        rq::handle::unlock();
         rq::handle::release(e);
         e = next;
+        at = nextAt;
     }
     return true;
 }
@@ -354,31 +454,35 @@ RQ_API U32 DX_ListDestroy(HLIST *list) noexcept
     if (list == nullptr || *list == 0)
         return DX_LIST_ERR_NO_LIST;
     RQHANDLE first;
+    U32 hints;
     {
         HeaderLock h(*list);
         if (!h)
             return DX_LIST_ERR_NO_LIST;
         first = h->first;
+        hints = hintOffset(*h.get());
     }
     rq::handle::release(*list);
     *list = 0;
-    return freeChain(first) ? 0 : U32{DX_LIST_ERR_NO_LIST};
+    return freeChain(first, hints) ? 0 : U32{DX_LIST_ERR_NO_LIST};
 }
 
 RQ_API U32 DX_ListDeleteAll(HLIST list) noexcept
 {
     RQHANDLE first;
+    U32 hints;
     {
         HeaderLock h(list);
         if (!h)
             return DX_LIST_ERR_DELETEALL_LOCK;
+        hints = hintOffset(*h.get());
         // Detach first, so that the list is consistent (and empty) even if
         // freeing stops half-way.
         first = h->first;
         h->first = h->prev = h->current = h->last = 0;
         h->count = 0;
     }
-    return freeChain(first) ? 0 : U32{DX_LIST_ERR_DELETEALL_LOCK};
+    return freeChain(first, hints) ? 0 : U32{DX_LIST_ERR_DELETEALL_LOCK};
 }
 
 RQ_API U32 DX_ListAlloc(HLIST list, RQHANDLE *handle, void **address, U32 which) noexcept
@@ -457,12 +561,10 @@ RQ_API U32 DX_ListAddLast(HLIST list, const void *id, const void *data) noexcept
         return DX_LIST_ERR_ADDLAST_LOCK;
     if (id == nullptr)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    bool skip;
-    if (U32 status = duplicateRule(*h.get(), id, &skip); status != 0 || skip)
-        return status;
-    if ((h->flags & DX_LIST_SORTED) != 0)
-        return DX_LIST_ERR_ADDLAST_SORTED;
-    return alwaysAddLast(*h.get(), id, data);
+    // With no duplicate rule and no order there is nothing to check.
+    if ((h->flags & (DX_LIST_UNIQUE | DX_LIST_IGNORE_DUP | DX_LIST_SORTED)) != 0)
+        return checkedAddLast(*h.get(), id, data);
+    return appendLast(*h.get(), id, data);
 }
 
 RQ_API U32 DX_ListAlwaysAddLast(HLIST list, const void *id, const void *data) noexcept
@@ -470,7 +572,7 @@ RQ_API U32 DX_ListAlwaysAddLast(HLIST list, const void *id, const void *data) no
     HeaderLock h(list);
     if (!h)
         return DX_LIST_ERR_ADDLAST_LOCK;
-    return alwaysAddLast(*h.get(), id, data);
+    return appendLast(*h.get(), id, data);
 }
 
 RQ_API U32 DX_ListAddTo(HLIST list, const void *id, const void *data) noexcept

@@ -29,6 +29,11 @@ struct Header {
     U32 count;
     DX_LIST_CMPFCT idCmp;
     DX_LIST_CMPFCT dataCmp;
+    // Where handles are table indices: the address of `current`'s block as
+    // the last step of a walk found it, so that the next step starts from it
+    // rather than from the table.  Only ever a guess (see landedAt); the
+    // code that moves `current` elsewhere need not refresh it.
+    U8 *currentAt;
 };
 
 constexpr U32 kElementSlack = 8;
@@ -133,6 +138,31 @@ inline U8 *follow(U32 offset, const U8 *e, RQHANDLE next) noexcept
         return lookUp(next);
     }
     return real;
+}
+
+// The block of h.current, read through h.currentAt when it holds: the
+// table lookup is still made and compared, but the walk goes on from the
+// remembered address meanwhile (the same opaque copy as in follow).
+inline U8 *landedAt(const Header &h) noexcept
+{
+    U8 *real = static_cast<U8 *>(rq::handle::lock(h.current));
+#if UINTPTR_MAX == 0xFFFFFFFFu
+    return real;
+#else
+    U8 *guess = h.currentAt;
+    U8 *ahead = guess;
+    __asm__("" : "+r"(ahead));
+    if (__builtin_expect(guess == real && guess != nullptr, 1))
+        return ahead;
+    return lookUp(h.current);
+#endif
+}
+
+// Fixed-size items with nothing to bound: the identifier sits at one
+// offset in every element.
+inline bool fixedLayout(const Header &h) noexcept
+{
+    return (h.flags & (DX_LIST_STRING_ID | DX_LIST_STRING_DATA)) == 0;
 }
 
 inline U8 *dataOf(U8 *e) noexcept { return e + 4; }
@@ -267,6 +297,13 @@ inline void copyItem(void *dest, const void *src, U32 size, bool text) noexcept
 // Copies an element's identifier and data out to the caller's buffers.
 inline void readElement(const Header &h, const U8 *e, void *idOut, void *dataOut) noexcept
 {
+    if (fixedLayout(h)) {
+        if (idOut != nullptr)
+            copyFixed(idOut, e + 4 + h.dataSize + pad4(h.dataSize), h.idSize);
+        if (dataOut != nullptr)
+            copyFixed(dataOut, dataOf(e), h.dataSize);
+        return;
+    }
     if (idOut != nullptr)
         copyItem(idOut, idOf(h, e), h.idSize, (h.flags & DX_LIST_STRING_ID) != 0);
     if (dataOut != nullptr && h.dataSize != 0)

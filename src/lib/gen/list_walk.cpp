@@ -14,23 +14,101 @@ using namespace rq::list;
 namespace {
 
 // Landing on nothing clears the caller's identifier and reports the end.
-U32 end(const Header &h, void *idOut) noexcept
+[[gnu::noinline]] U32 end(const Header &h, void *idOut) noexcept
 {
     if (idOut != nullptr)
         std::memset(idOut, 0, h.idSize);
     return DX_LIST_END;
 }
 
-U32 land(const Header &h, RQHANDLE e, void *idOut, void *dataOut, U32 lockCode) noexcept
+// Reads the element that has just become current, remembering its address
+// for the next step.
+U32 land(Header &h, RQHANDLE e, void *idOut, void *dataOut, U32 lockCode) noexcept
 {
     ElementLock el(e);
     if (!el)
         return lockCode;
+    h.currentAt = el.get();
     readElement(h, el.get(), idOut, dataOut);
     return 0;
 }
 
-U32 first(Header &h, void *idOut, void *dataOut) noexcept
+// One step forward: the successor of current becomes current, its address
+// remembered for the step after.
+inline void moveTo(Header &h, RQHANDLE next, U8 *at) noexcept
+{
+    h.prev = h.current;
+    // Kept a store of its own: merged with the next one into a wider store,
+    // the next step's read of `current` could not be forwarded from it.
+    __asm__("" : "+m"(h.prev));
+    h.current = next;
+    h.currentAt = at;
+}
+
+#if UINTPTR_MAX != 0xFFFFFFFFu
+// The fixed-size step's copy of items other than 32-bit ones.
+[[gnu::noinline]] U32 readOut(const Header &h, const U8 *e, void *idOut, void *dataOut) noexcept
+{
+    readElement(h, e, idOut, dataOut);
+    return 0;
+}
+#endif
+
+// One step of a walk, for every layout and every case.
+[[gnu::noinline]] U32 step(Header &h, void *idOut, void *dataOut) noexcept
+{
+    const U8 *cur = landedAt(h);
+    if (cur == nullptr)
+        return DX_LIST_ERR_NEXT_ELEMENT_LOCK;
+    RQHANDLE next = nextOf(cur);
+    U8 *to = follow(hintOffset(h), cur, next);
+    rq::handle::unlock();
+    moveTo(h, next, to);
+    if (next == 0)
+        return end(h, idOut);
+    if (to == nullptr)
+        return DX_LIST_ERR_NEXT_ELEMENT_LOCK;
+    readElement(h, to, idOut, dataOut);
+    rq::handle::unlock();
+    return 0;
+}
+
+#if UINTPTR_MAX != 0xFFFFFFFFu
+// The step over fixed-size elements (identifier at idAt, hint at hintAt)
+// from both remembered addresses, the current element's and its
+// successor's (the hint).  Anything else (a guess that does not hold, the
+// end, a failed lock) is the general step's, which starts over: nothing is
+// changed before.
+[[gnu::always_inline]] inline U32 stepFixed(Header &hd, void *idOut, void *dataOut, U32 idAt, U32 hintAt) noexcept
+{
+    U8 *real = static_cast<U8 *>(rq::handle::lock(hd.current));
+    U8 *cur = hd.currentAt;
+    U8 *ahead = cur;
+    __asm__("" : "+r"(ahead));  // see follow
+    if (__builtin_expect(cur != real || cur == nullptr, 0))
+        return step(hd, idOut, dataOut);
+    RQHANDLE next = nextOf(ahead);
+    U8 *realNext = static_cast<U8 *>(rq::handle::lock(next));
+    U8 *to;
+    std::memcpy(&to, ahead + hintAt, sizeof to);
+    U8 *toAhead = to;
+    __asm__("" : "+r"(toAhead));
+    if (__builtin_expect(to != realNext || to == nullptr, 0))
+        return step(hd, idOut, dataOut);
+    moveTo(hd, next, toAhead);
+    if (__builtin_expect(hd.idSize != 4 || (hd.dataSize != 4 && hd.dataSize != 0), 0))
+        return readOut(hd, toAhead, idOut, dataOut);
+    // 32-bit identifier and data (or none): copied in line, with no call
+    // left for which to keep registers.
+    if (idOut != nullptr)
+        std::memcpy(idOut, toAhead + idAt, 4);
+    if (dataOut != nullptr && hd.dataSize != 0)
+        std::memcpy(dataOut, dataOf(toAhead), 4);
+    return 0;
+}
+#endif
+
+[[gnu::noinline]] U32 first(Header &h, void *idOut, void *dataOut) noexcept
 {
     h.current = h.first;
     h.prev = 0;
@@ -56,28 +134,23 @@ RQ_API U32 DX_ListGetNext(HLIST list, void *idOut, void *dataOut) noexcept
     HeaderLock h(list);
     if (!h)
         return DX_LIST_ERR_NEXT_LOCK;
+    Header &hd = *h.get();
     // Callers rely on this: after the end (or before any step) the walk
     // starts again at the first element.
-    if (h->current == 0)
-        return first(*h.get(), idOut, dataOut);
-    RQHANDLE next;
-    U8 *to;
-    {
-        ElementLock cur(h->current);
-        if (!cur)
-            return DX_LIST_ERR_NEXT_ELEMENT_LOCK;
-        next = nextOf(cur.get());
-        to = follow(hintOffset(*h.get()), cur.get(), next);
-    }
-    h->prev = h->current;
-    h->current = next;
-    if (next == 0)
-        return end(*h.get(), idOut);
-    if (to == nullptr)
-        return DX_LIST_ERR_NEXT_ELEMENT_LOCK;
-    readElement(*h.get(), to, idOut, dataOut);
-    rq::handle::unlock();
-    return 0;
+    if (hd.current == 0)
+        return first(hd, idOut, dataOut);
+#if UINTPTR_MAX == 0xFFFFFFFFu
+    return step(hd, idOut, dataOut);
+#else
+    if (__builtin_expect(!fixedLayout(hd), 0))
+        return step(hd, idOut, dataOut);
+    // The common 32-bit cell gets its offsets as constants: the walk's one
+    // dependent load then needs no index.
+    if (hd.idSize == 4 && hd.dataSize == 4)
+        return stepFixed(hd, idOut, dataOut, 8, 12);
+    return stepFixed(hd, idOut, dataOut, 4 + hd.dataSize + pad4(hd.dataSize),
+                     4 + hd.dataSize + pad4(hd.dataSize) + hd.idSize);
+#endif
 }
 
 RQ_API U32 DX_ListGetCurrent(HLIST list, void *idOut, void *dataOut) noexcept
