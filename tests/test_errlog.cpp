@@ -119,12 +119,7 @@ TEST_F(Errlog, RecordShapes)
     ASSERT_EQ(DX_LogSetActivityLog(1, 0), 0u);
     // Line order from each record type's layout; "" = no record (state and
     // debug records are off by default).
-    struct Case {
-        const char *what;
-        void (*write)();
-        bool toStderr;
-        std::string body;
-    } cases[] = {
+    struct Case { const char *what; void (*write)(); bool toStderr; std::string body; } cases[] = {
         {"error with errno", [] { errno = ENOENT, WriteErrLog(300, 0x1C4AB, "hello"); }, false,
          "SYSTEM ERRNO  -> 2 (No such file or directory)\nERROR CODE    -> 0x1C4AB\nhello\n"},
         {"no message", [] { WriteErrLog(300, 0, nullptr); }, false, "ERROR CODE    -> 0x0\nWriteErrLog: errmesg is NULL\n"},
@@ -267,10 +262,7 @@ TEST_F(Errlog, FormatterDirectives)
 TEST_F(Errlog, SignalSafeDateAgreesWithTheCalendar)
 {
     // Expected dates from Python's datetime (proleptic Gregorian, UTC).
-    struct Case {
-        int64_t when;
-        const char *text;
-    } cases[] = {
+    struct Case { int64_t when; const char *text; } cases[] = {
         {0, "Thu Jan 1 00:00:00 1970\n"},           {-1, "Wed Dec 31 23:59:59 1969\n"},
         {951782400, "Tue Feb 29 00:00:00 2000\n"},  {951868800, "Wed Mar 1 00:00:00 2000\n"},
         {4102444800, "Fri Jan 1 00:00:00 2100\n"},  {253402300799, "Fri Dec 31 23:59:59 9999\n"},
@@ -433,12 +425,7 @@ TEST_F(Errlog, Suppression)
     ASSERT_EQ(WriteErrLogFilterIt(dropAll), 0u);
     // The suppressed pairs of code and errno, the one suppressed message, and
     // the caller's filter (drops 0x77).
-    struct Case {
-        U32 code;
-        int err;
-        const char *message;
-        bool dropped;
-    } cases[] = {
+    struct Case { U32 code; int err; const char *message; bool dropped; } cases[] = {
         {0x11403, EPIPE, "a", true},      {0x11906, EPIPE, "b", true},     {0x11403, EIO, "c", false},
         {0x11905, ECONNRESET, "d", true}, {0x11402, ETIMEDOUT, "e", true}, {0x77, 0, "f", true},
         {0x11910, 0, "GetTrRequest: ReadTrHeader", true},  {0x11910, 0, "GetTrRequest: ReadTrHeader.", false},

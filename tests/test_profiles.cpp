@@ -69,12 +69,7 @@ TEST(Parsestring, NumbersAndTimes)
     // except the 16-bit unsigned overflow, which stores the maximum. Times are
     // hours and minutes split at ':', 'h' or 'H'; a minutes half that is not a
     // number counts as 0.
-    struct Case {
-        U32 (*parse)(const char *, long long *);
-        const char *in;
-        U32 status;
-        long long value;
-    } cases[] = {
+    struct Case { U32 (*parse)(const char *, long long *); const char *in; U32 status; long long value; } cases[] = {
         {u32, "0x1F", 0, 31},       {u32, "x1F", 0, 31},        {u32, "1F", 0, 31},          {u32, "001f", 0, 31},
         {u32, "00xFf", 0, 255},     {u32, "010", 0, 10},        {u32, "ff", 0, 255},         {u32, "  + 7", 0, 7},
         {u32, "4294967296", 0, 0},  {u32, "-1", 0x1C401, 0},    {u32, "", 0x1C402, 0},       {u32, "  ", 0x1C402, 0},
@@ -136,12 +131,7 @@ TEST_F(ProfileFile, HeadersKeysAndValues)
                     "[Next]\nafter = next\nopen = {never closed\n");
     // Expected values follow the reading rules: the first match wins, a
     // comment ends at '#', quotes keep '#', the line buffer holds 214.
-    struct Case {
-        const char *section;
-        const char *key;
-        U32 status;
-        std::string value;
-    } cases[] = {
+    struct Case { const char *section; const char *key; U32 status; std::string value; } cases[] = {
         {"Mail", "Port", 0, "10"},           {"Mail", "PortNumber", 0, "3"},
         {"Mailer", "Port", 0, "1"},          {"Mail", "hash", 0, "a\\#b"},
         {"Mail", "quoted", 0, "a#b"},        {"Mail", "escapes", 0, "line1\nline2\t\"q\\"},
@@ -169,10 +159,7 @@ TEST_F(ProfileFile, ArgumentsAndUnreadableFiles)
     writeFile(path, "[S]\nk=v\n");
     std::string missing = dir.file("missing");
     // A directory reads as an empty file; no file name means "use the default".
-    struct Case {
-        const char *path, *section, *key;
-        U32 status;
-    } cases[] = {
+    struct Case { const char *path, *section, *key; U32 status; } cases[] = {
         {nullptr, nullptr, "k", 0},      {nullptr, "S", "k", 0x1520D},     {p, nullptr, "k", 0x1520E},
         {p, "S", nullptr, 0x15203},      {missing.c_str(), "S", "k", 0x15201}, {dir.path().c_str(), "S", "k", 0x15202},
     };
@@ -212,11 +199,7 @@ TYPED_TEST(ProfileNumbers, ReadsParsesAndFallsBack)
     constexpr bool isSigned = std::is_signed_v<T>;
     constexpr bool is16 = sizeof(T) == 2;
     // Outcomes from the parsers' rules; 0x1C403 reaches the caller unmapped.
-    struct Case {
-        const char *key;
-        U32 status;
-        long long value;
-    } cases[] = {
+    struct Case { const char *key; U32 status; long long value; } cases[] = {
         {"dec", 0, 10},         {"hex", 0, 16},          {"ff", 0, 255},
         {"neg", isSigned ? 0u : 0x15204u, isSigned ? -1 : 42},
         {"big", is16 ? 0x1C403u : 0u, is16 ? 42 : 70000},
@@ -505,10 +488,7 @@ TEST_F(ProfileFile, AllocationFailureSweeps)
 {
     writeFile(path, "[A]\na=1\nb={x,y}\n[B]\nc=3\n[C]\n");
     // Each reader with the function that frees what it built.
-    struct Reader {
-        std::function<U32(HLIST *)> read;
-        U32 (*destroy)(HLIST *);
-    } readers[] = {
+    struct Reader { std::function<U32(HLIST *)> read; U32 (*destroy)(HLIST *); } readers[] = {
         {[this](HLIST *l) { return DX_GetProfileSectionList(p, l, nullptr); }, DX_ProfileSectionListDestroy},
         {[this](HLIST *l) { return DX_GetProfileSection(p, "A", l); }, DX_ListDestroy},
         {[this](HLIST *l) { return DX_GetProfileSections(p, l); }, DX_ListDestroy},

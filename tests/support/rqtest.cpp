@@ -81,6 +81,11 @@ std::string readFile(const std::string &path)
     return s.str();
 }
 
+void writeFile(const std::string &path, const std::string &bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
 std::string commandOutput(const std::string &command)
 {
     std::string out;

@@ -54,8 +54,10 @@ int allocationSweep(const std::function<U32()> &op, U32 expected, int limit = 10
 // or does not terminate, is caught.
 void fillJunk(void *buffer, size_t size);
 
-// Reads a whole file into a string ("" if it cannot be read).
+// Reads a whole file into a string ("" if it cannot be read), and writes
+// one (replacing it) with exactly these bytes.
 std::string readFile(const std::string &path);
+void writeFile(const std::string &path, const std::string &bytes);
 
 // The standard output of a shell command ("" when it cannot be run), and a
 // text split into its lines (line ends dropped).
