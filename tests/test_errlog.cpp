@@ -167,17 +167,15 @@ TEST_F(Errlog, ChoosesFilesByIdLevelAndSecondaries)
     Session s(&log);
     // Routing worked out from the slot rules: own file, then id 3/4 with
     // level bit 2, then id 2 with level bit 4; console.log when none opened.
-    struct Case {
-        const char *what;
-        U32 id, level;
-        bool id2On;
-        const char *files;  // in the order of `names`
-    } cases[] = {
+    // `files`: in the order of `names`.
+    struct Case { const char *what; U32 id, level; bool id2On; const char *files; } cases[] = {
         {"unregistered, level 4, id 2 off", 400, 4, false, "console.log "},
         {"registered", 300, 4, false, "app.log "},
         {"level 4 adds id 2", 300, 4, true, "app.log two.log "},
         {"level 6 adds id 3 and id 2", 300, 6, true, "app.log two.log three.log "},
         {"above 0xFFFFFF uses id 4", 0x1000001, 2, false, "app.log four.log "},
+        {"0x1000000 uses id 4", 0x1000000, 2, false, "four.log "},
+        {"0xFFFFFF uses id 3", 0xFFFFFF, 2, false, "three.log "},
         {"id 3 with id 2", 3, 4, true, "two.log three.log "},
         {"id 3, level 0", 3, 0, true, "three.log "},
         {"unregistered below 256", 7, 4, true, "console.log "},
@@ -218,10 +216,9 @@ TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
     }
     auto recs = records(rqtest::readFile(dir.file("console.log")));
     ASSERT_EQ(recs.size(), 1u);
-    EXPECT_EQ(body(recs[0]), "UNABLE TO OPEN LOG FILE -> \"" + name128 +
-                                 "\"\n"
-                                 "                        -> name too long to print\n"
-                                 "                        -> \"" + base + "two\"\n"
+    const std::string indent(24, ' ');
+    EXPECT_EQ(body(recs[0]), "UNABLE TO OPEN LOG FILE -> \"" + name128 + "\"\n" + indent +
+                                 "-> name too long to print\n" + indent + "-> \"" + base + "two\"\n" +
                                  "ERROR CODE    -> 0x10\nm\n");
 }
 
@@ -453,12 +450,9 @@ TEST_F(Errlog, ControlFailuresAndTheirTexts)
     EXPECT_EQ(DX_LogGetLoggingState(), 1u);
 
     // Providers that enabling refuses, leaving the state as it was.
-    struct Bad {
-        std::vector<U32> ids, logits;
-        std::vector<const char *> files;
-        U32 status;
-    } bad[] = {{{255}, {1}, {"f"}, 0x10103}, {{300}, {2}, {"f"}, 0x10107}, {{300}, {1}, {nullptr}, 0x10106},
-               {{300, 300}, {1, 1}, {"a", "b"}, 0x10104}};
+    struct Bad { std::vector<U32> ids, logits; std::vector<const char *> files; U32 status; } bad[] = {
+        {{255}, {1}, {"f"}, 0x10103}, {{300}, {2}, {"f"}, 0x10107}, {{300}, {1}, {nullptr}, 0x10106},
+        {{300, 300}, {1, 1}, {"a", "b"}, 0x10104}};
     static Bad *current;
     for (auto &b : bad) {
         current = &b;
