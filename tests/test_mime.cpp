@@ -557,17 +557,12 @@ TEST(MimeParse, StreamKindsAgree)
                                     std::string(n, '-') + end + "--z--" + end + std::string(n, 'e'),
                                 true});
     messages.push_back({std::string("Content-Type: multipart/mixed; boundary=z\r\r\n\r\n--z\rX\n\nab\0c\r\r\r\n"
-                                    "d\re\n--z--\r",
-                                    71),
-                        false});
+                                    "d\re\n--z--\r", 71), false});
     for (size_t i = 0; i < messages.size(); ++i) {
         SCOPED_TRACE(i);
         const std::string &text = messages[i].text;
-        // Built with append: g++ 12 at -O3 reports a false -Wrestrict on "text" + temporary.
-        std::string path = dir.file(std::string("m").append(std::to_string(i)));
-        FILE *f = std::fopen(path.c_str(), "wb");
-        std::fwrite(text.data(), 1, text.size(), f);
-        std::fclose(f);
+        std::string path = dir.file(std::string("m").append(std::to_string(i)));  // append: g++ 12 -O3 -Wrestrict
+        rqtest::writeFile(path, text);
 
         STREAM *s = nullptr;
         ASSERT_EQ(STREAM_attachToFilename(&s, path.c_str(), STREAM_READ), 0u);
@@ -893,8 +888,7 @@ TEST(MimeOutput, RoundTrip)
 // links that list walks follow.
 uint64_t work()
 {
-    uint64_t calls = 0;
-    uint64_t steps = 0;
+    uint64_t calls = 0, steps = 0;
     SIS_TestWorkGet(&calls, &steps);
     return calls + steps;
 }
@@ -906,11 +900,8 @@ TEST(MimeGrowth, PartsAndNestingCostLinearWork)
 {
     rqtest::LeakCheck leaks;
     Context ctx;
-    struct Case {
-        const char *what;
-        int extraParts;  // the first part (the message's headers), and the epilogue
-        std::function<std::string(int)> build;
-    } cases[] = {
+    // extraParts: the first part (the message's headers), and the epilogue.
+    struct Case { const char *what; int extraParts; std::function<std::string(int)> build; } cases[] = {
         {"tiny parts", 2,
          [](int n) {
              std::string m = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
@@ -934,20 +925,20 @@ TEST(MimeGrowth, PartsAndNestingCostLinearWork)
             std::string message = c.build(n);
             STREAM *in = nullptr;
             ASSERT_EQ(STREAM_attachToBuffer(&in, message.data(), static_cast<U32>(message.size()), STREAM_READ), 0u);
-            MIME_WRAPPER *w = nullptr;
-            uint64_t start = work();
-            ASSERT_EQ(MIME_parseMessageFromStream(ctx.c, in, &w), 0u);
-            counts[0][k] = work() - start;
-            EXPECT_EQ(w->partCount, static_cast<U32>(n + c.extraParts));
             std::string sink(message.size() * 2, '\0');
             STREAM *out = nullptr;
             ASSERT_EQ(STREAM_attachToBuffer(&out, sink.data(), static_cast<U32>(sink.size()), STREAM_WRITE), 0u);
-            start = work();
-            EXPECT_EQ(MIME_outputWrapperToStream(ctx.c, out, w), 0u);
-            counts[1][k] = work() - start;
-            start = work();
-            EXPECT_EQ(MIME_destroyWrapper(ctx.c, &w), 0u);
-            counts[2][k] = work() - start;
+            MIME_WRAPPER *w = nullptr;
+            auto measure = [](uint64_t *count, auto op) {
+                uint64_t start = work();
+                EXPECT_EQ(op(), 0u);
+                *count = work() - start;
+            };
+            measure(&counts[0][k], [&] { return MIME_parseMessageFromStream(ctx.c, in, &w); });
+            ASSERT_NE(w, nullptr);
+            EXPECT_EQ(w->partCount, static_cast<U32>(n + c.extraParts));
+            measure(&counts[1][k], [&] { return MIME_outputWrapperToStream(ctx.c, out, w); });
+            measure(&counts[2][k], [&] { return MIME_destroyWrapper(ctx.c, &w); });
             STREAM_destroy(&out);
             STREAM_destroy(&in);
         }
