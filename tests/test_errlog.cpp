@@ -119,12 +119,7 @@ TEST_F(Errlog, RecordShapes)
     ASSERT_EQ(DX_LogSetActivityLog(1, 0), 0u);
     // Line order from each record type's layout; "" = no record (state and
     // debug records are off by default).
-    struct Case {
-        const char *what;
-        void (*write)();
-        bool toStderr;
-        std::string body;
-    } cases[] = {
+    struct Case { const char *what; void (*write)(); bool toStderr; std::string body; } cases[] = {
         {"error with errno", [] { errno = ENOENT, WriteErrLog(300, 0x1C4AB, "hello"); }, false,
          "SYSTEM ERRNO  -> 2 (No such file or directory)\nERROR CODE    -> 0x1C4AB\nhello\n"},
         {"no message", [] { WriteErrLog(300, 0, nullptr); }, false, "ERROR CODE    -> 0x0\nWriteErrLog: errmesg is NULL\n"},
@@ -172,17 +167,15 @@ TEST_F(Errlog, ChoosesFilesByIdLevelAndSecondaries)
     Session s(&log);
     // Routing worked out from the slot rules: own file, then id 3/4 with
     // level bit 2, then id 2 with level bit 4; console.log when none opened.
-    struct Case {
-        const char *what;
-        U32 id, level;
-        bool id2On;
-        const char *files;  // in the order of `names`
-    } cases[] = {
+    // `files`: in the order of `names`.
+    struct Case { const char *what; U32 id, level; bool id2On; const char *files; } cases[] = {
         {"unregistered, level 4, id 2 off", 400, 4, false, "console.log "},
         {"registered", 300, 4, false, "app.log "},
         {"level 4 adds id 2", 300, 4, true, "app.log two.log "},
         {"level 6 adds id 3 and id 2", 300, 6, true, "app.log two.log three.log "},
         {"above 0xFFFFFF uses id 4", 0x1000001, 2, false, "app.log four.log "},
+        {"0x1000000 uses id 4", 0x1000000, 2, false, "four.log "},
+        {"0xFFFFFF uses id 3", 0xFFFFFF, 2, false, "three.log "},
         {"id 3 with id 2", 3, 4, true, "two.log three.log "},
         {"id 3, level 0", 3, 0, true, "three.log "},
         {"unregistered below 256", 7, 4, true, "console.log "},
@@ -223,10 +216,9 @@ TEST_F(Errlog, NotesNameEveryFileThatFailedToOpen)
     }
     auto recs = records(rqtest::readFile(dir.file("console.log")));
     ASSERT_EQ(recs.size(), 1u);
-    EXPECT_EQ(body(recs[0]), "UNABLE TO OPEN LOG FILE -> \"" + name128 +
-                                 "\"\n"
-                                 "                        -> name too long to print\n"
-                                 "                        -> \"" + base + "two\"\n"
+    const std::string indent(24, ' ');
+    EXPECT_EQ(body(recs[0]), "UNABLE TO OPEN LOG FILE -> \"" + name128 + "\"\n" + indent +
+                                 "-> name too long to print\n" + indent + "-> \"" + base + "two\"\n" +
                                  "ERROR CODE    -> 0x10\nm\n");
 }
 
@@ -267,10 +259,7 @@ TEST_F(Errlog, FormatterDirectives)
 TEST_F(Errlog, SignalSafeDateAgreesWithTheCalendar)
 {
     // Expected dates from Python's datetime (proleptic Gregorian, UTC).
-    struct Case {
-        int64_t when;
-        const char *text;
-    } cases[] = {
+    struct Case { int64_t when; const char *text; } cases[] = {
         {0, "Thu Jan 1 00:00:00 1970\n"},           {-1, "Wed Dec 31 23:59:59 1969\n"},
         {951782400, "Tue Feb 29 00:00:00 2000\n"},  {951868800, "Wed Mar 1 00:00:00 2000\n"},
         {4102444800, "Fri Jan 1 00:00:00 2100\n"},  {253402300799, "Fri Dec 31 23:59:59 9999\n"},
@@ -433,12 +422,7 @@ TEST_F(Errlog, Suppression)
     ASSERT_EQ(WriteErrLogFilterIt(dropAll), 0u);
     // The suppressed pairs of code and errno, the one suppressed message, and
     // the caller's filter (drops 0x77).
-    struct Case {
-        U32 code;
-        int err;
-        const char *message;
-        bool dropped;
-    } cases[] = {
+    struct Case { U32 code; int err; const char *message; bool dropped; } cases[] = {
         {0x11403, EPIPE, "a", true},      {0x11906, EPIPE, "b", true},     {0x11403, EIO, "c", false},
         {0x11905, ECONNRESET, "d", true}, {0x11402, ETIMEDOUT, "e", true}, {0x77, 0, "f", true},
         {0x11910, 0, "GetTrRequest: ReadTrHeader", true},  {0x11910, 0, "GetTrRequest: ReadTrHeader.", false},
@@ -466,12 +450,9 @@ TEST_F(Errlog, ControlFailuresAndTheirTexts)
     EXPECT_EQ(DX_LogGetLoggingState(), 1u);
 
     // Providers that enabling refuses, leaving the state as it was.
-    struct Bad {
-        std::vector<U32> ids, logits;
-        std::vector<const char *> files;
-        U32 status;
-    } bad[] = {{{255}, {1}, {"f"}, 0x10103}, {{300}, {2}, {"f"}, 0x10107}, {{300}, {1}, {nullptr}, 0x10106},
-               {{300, 300}, {1, 1}, {"a", "b"}, 0x10104}};
+    struct Bad { std::vector<U32> ids, logits; std::vector<const char *> files; U32 status; } bad[] = {
+        {{255}, {1}, {"f"}, 0x10103}, {{300}, {2}, {"f"}, 0x10107}, {{300}, {1}, {nullptr}, 0x10106},
+        {{300, 300}, {1, 1}, {"a", "b"}, 0x10104}};
     static Bad *current;
     for (auto &b : bad) {
         current = &b;

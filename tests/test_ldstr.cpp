@@ -9,14 +9,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace {
 
-void writeFile(const std::string &path, const std::string &bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+using rqtest::writeFile;
 std::vector<U32> words(const std::string &bytes, size_t from, size_t n)
 {
     std::vector<U32> out(n);
@@ -398,6 +397,7 @@ TEST(LdStrHostile, NamedCases)
         {"record offset past the end", {{slot3, 5000}}, 0, LDSTR_ERR_LOAD_MARKER},
         {"record offset past 2^31", {{slot3, 0x80000001u}}, 0, LDSTR_ERR_LOAD_SEEK},
         {"length past the end", {{slot3 + 8, 0xFFFFFFFFu}}, 0, LDSTR_ERR_LOAD_TEXT},
+        {"length one past the end", {{slot3 + 8, static_cast<U32>(good.size() - 12)}}, 0, LDSTR_ERR_LOAD_TEXT},
         {"marker 0", {{12, 0x68742000u}}, 0, LDSTR_ERR_LOAD_ABSENT},
     };
     for (const Case &c : cases) {

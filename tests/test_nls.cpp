@@ -7,15 +7,11 @@
 #include "rqcore/profiles.h"
 
 #include <cstring>
-#include <fstream>
 #include <string>
 
 namespace {
 
-void writeFile(const std::string &path, const std::string &text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
+using rqtest::writeFile;
 
 // ---- primitives ----
 
@@ -62,15 +58,14 @@ TEST(Format, NullArgumentsAndEmptyCounter)
 {
     U32 places = 0;
     EXPECT_EQ(DX_FormatEmpty(&places), 1u);
-    EXPECT_EQ(DX_FormatEmpty(nullptr), 1u);
+    EXPECT_EQ(DX_FormatEmpty(nullptr), 1u);  // no counter counts as full
     places = 2;
     EXPECT_EQ(DX_FormatEmpty(&places), 0u);
     EXPECT_EQ(places, 1u);
     char buffer[8] = "junk";
     EXPECT_EQ(DX_FormatWriteStrF(nullptr, &places, "x", 3), nullptr);
     EXPECT_EQ(places, 1u);
-    // No counter counts as full: only the NUL is written.
-    EXPECT_EQ(DX_FormatWriteStrF(buffer, nullptr, "abc", 0), buffer);
+    EXPECT_EQ(DX_FormatWriteStrF(buffer, nullptr, "abc", 0), buffer);  // only the NUL
     EXPECT_STREQ(buffer, "");
     places = 5;
     EXPECT_EQ(DX_FormatWriteStrF(buffer, &places, nullptr, 2), buffer + 2);
@@ -394,10 +389,15 @@ TEST_F(Catalog, WriteAndReadBack)
     for (int i = 0; i < 60; ++i)
         longList.append(i ? "," : "").append("item").append(std::to_string(i));
     longList += "}";
-    std::string quotedList = "{\"a, b\",c d, \"e\"}";
+    // One character past a line once written as "edge = {...}": it must be broken.
+    std::string edgeList = "{";
+    for (int i = 0; i < 102; ++i)
+        edgeList += "x,";
+    edgeList += "x}";
     struct Entry { const char *section; const char *key; std::string value; } entries[] = {
         {"datef", "day", "{Sunday,Monday}"}, {"datef", "date", "%mn %dm, %YE"}, {"datef", "long", longList},
-        {"datef", "quoted list", quotedList}, {"msg", "hash", "50% # not a comment"},
+        {"datef", "edge", edgeList}, {"datef", "quoted list", "{\"a, b\",c d, \"e\"}"},
+        {"msg", "hash", "50% # not a comment"},
         {"msg", "quote", "say \"hi\" \\o/"}, {"msg", "blanks", "  padded\t"}, {"msg", "lines", "one\ntwo\tthree"},
         {"msg", "empty", ""}, {"msg", "brace", "{not closed"}, {"msg", "braces", "} and {"},
         {"msg", "accents", "d\xC3\xA9" "cembre"}, {"msg", "max", std::string(799, 'x')},
@@ -431,8 +431,8 @@ TEST_F(Catalog, WriteAndReadBack)
         EXPECT_EQ(std::string(out), e.value);
     }
     HLIST list = 0;  // the long list read back as a list by the profile reader
-    ASSERT_EQ(DX_GetProfileStrList(path.c_str(), "datef", "long", &list, 0), 0u);
     U32 count = 0;
+    ASSERT_EQ(DX_GetProfileStrList(path.c_str(), "datef", "long", &list, 0), 0u);
     DX_ListGetElemNum(list, &count);
     EXPECT_EQ(count, 60u);
     DX_ListDestroy(&list);
@@ -559,10 +559,8 @@ TEST(CatalogSamples, NamesAndLayouts)
             EXPECT_EQ(DX_NLSGetElement(catalog, out, sizeof out, "datef", n.key, n.count), NLS_ERR_NO_ELEMENT);
         }
         std::string picked;
-        for (auto [key, index] : {std::pair{"DAY", 0}, std::pair{"MONTH", 11}, std::pair{"month", 7}}) {
-            DX_NLSGetElement(catalog, out, sizeof out, "datef", key, index);
-            picked += std::string(out) + "|";
-        }
+        for (auto [key, index] : {std::pair{"DAY", 0}, std::pair{"MONTH", 11}, std::pair{"month", 7}})
+            picked.append(DX_NLSGetElement(catalog, out, sizeof out, "datef", key, index) == 0 ? out : "?").append("|");
         EXPECT_EQ(picked, std::string(s.sunday) + "|" + s.december + "|" + s.august + "|");
         for (const char *key : {"date", "DATE"}) {
             ASSERT_EQ(DX_NLSGet(catalog, out, sizeof out, "datef", key), 0u);

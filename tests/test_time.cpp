@@ -11,8 +11,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -53,15 +53,8 @@ DX_TIME fromId(U32 id)
 // The lines a Python script prints (none when python3 or a module is absent).
 std::vector<std::string> pythonLines(const std::string &script)
 {
-    std::vector<std::string> lines;
-    FILE *p = popen(("python3 -c \"" + script + "\" 2>/dev/null").c_str(), "r");
-    if (p == nullptr)
-        return lines;
-    char line[256];
-    while (std::fgets(line, sizeof line, p) != nullptr)
-        lines.emplace_back(line, std::strcspn(line, "\n"));
-    pclose(p);
-    return lines;
+    std::string command = std::string("python3 -c \"").append(script).append("\" 2>/dev/null");
+    return rqtest::splitLines(rqtest::commandOutput(command));
 }
 
 // ---- times ----
@@ -189,7 +182,7 @@ struct Catalog {
     explicit Catalog(const std::string &text)
     {
         rqtest::TempDir dir;
-        std::ofstream(dir.file("c.profile")) << text;
+        rqtest::writeFile(dir.file("c.profile"), text);
         status = DX_NLSListCreate(&nls, 0, dir.file("c.profile").c_str());
     }
     ~Catalog() { DX_NLSListDestroy(&nls); }
@@ -368,10 +361,7 @@ struct Zone {
         DX_DateSet(&begin.to, 31, 2, 2037);
         DX_DateSet(&end.from, 25, 9, 1996);
         DX_DateSet(&end.to, 31, 9, 2037);
-        begin.time = 3 * 60;
-        begin.adjust = -120;
-        end.time = 2 * 60;
-        end.adjust = -60;
+        std::tie(begin.time, begin.adjust, end.time, end.adjust) = std::tuple(3 * 60, -120, 2 * 60, -60);
         status = DX_TZCreateTZRulesSimple(&rules, "CET-1CEST", "Central Europe", "EU", &begin, &end);
     }
     ~Zone() { DX_TZRulesDestroy(&rules); }

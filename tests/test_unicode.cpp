@@ -8,7 +8,6 @@
 #include "rqsis/rqsis_test.h"
 
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <random>
 #include <string>
@@ -59,10 +58,7 @@ struct RawState {
     RawState &operator=(const RawState &) = delete;
 };
 
-void writeFile(const std::string &path, const std::string &text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
+using rqtest::writeFile;
 
 U32 addMapping(UNICODE_CONVERTER *c, std::vector<U32> native, std::vector<U32> unicode)
 {
@@ -172,10 +168,7 @@ TEST(UnicodeHelpers, BestSplitAndByteOrder)
 {
     // Worked out by hand from the rule "longest prefix that fits with its
     // terminator without cutting a character".
-    struct Case {
-        const char *text;
-        int max, expected;
-    } cases[] = {
+    struct Case { const char *text; int max, expected; } cases[] = {
         {"abcdef", 3, 2},         {"abcdef", 7, 6},         {"abcdef", 6, 5},        {"ab\xC3\xA9" "d", 4, 2},
         {"ab\xC3\xA9" "d", 5, 4}, {"\xE2\x82\xAC", 3, 0},   {"\xE2\x82\xAC", 4, 3},  {"abc", -1, 0},
         {nullptr, 5, 0},          {"abc", 0, 0},
@@ -194,10 +187,7 @@ TEST(UnicodeHelpers, DecompositionTable)
 {
     // Values from the Unicode Character Database (UnicodeData.txt, field 5,
     // expanded) and the Hangul algorithm of chapter 3.12.
-    struct Case {
-        UNICODE_CHAR c;
-        U16String expected;
-    } cases[] = {
+    struct Case { UNICODE_CHAR c; U16String expected; } cases[] = {
         {0x00E9, u"e\x0301"},      {0x1E69, u"s\x0323\x0307"},      {0x212B, u"A\x030A"},
         {0xAC00, u"\x1100\x1161"}, {0xAC01, u"\x1100\x1161\x11A8"}, {0xD7A3, u"\x1112\x1175\x11C2"},
         {0x0041, u""},             {0xFB01, u""} /* compatibility only */,
@@ -226,13 +216,8 @@ TEST_F(Unicode, Decoding)
     // takes the lead's own meaning and drops the trail.
     rqtest::LeakCheck leaks;
     const Mappings pair = {{{0x82, 0xA0}, 0x3000}, {{0x41}, 0x41}}, triple = {{{0x8F, 0xA2, 0xAF}, 0x2D8}};
-    struct Case {
-        Mappings mappings;  // none: UTF-8
-        std::string input;
-        U32 status;
-        U16String output;
-        size_t consumed;
-    } cases[] = {
+    // No mappings: UTF-8.
+    struct Case { Mappings mappings; std::string input; U32 status; U16String output; size_t consumed; } cases[] = {
         {{}, "a\xC3\xA9\xE2\x82\xAC\xEF\xBF\xBD" "b", 0, u"a\xE9\x20AC\xFFFD" "b", 10},
         {{}, "\xA9", 0x18393, u"", 0},
         {{}, "\xF0\x9F\x98\x80", 0x18393, u"\xF0", 1},
@@ -277,12 +262,8 @@ TEST_F(Unicode, Decoding)
 TEST_F(Unicode, Utf8Encoding)
 {
     // From RFC 3629's table; surrogates are written one by one.
-    struct Case {
-        U16String input;
-        U32 size, status;
-        std::string output;  // with the NUL, when one fits
-        ptrdiff_t consumed;
-    } cases[] = {
+    // The output with its NUL, when one fits.
+    struct Case { U16String input; U32 size, status; std::string output; ptrdiff_t consumed; } cases[] = {
         {u"\x7F\x80\x7FF\x800\xFFFF\xD83D\xDE00", 64, 0,
          std::string("\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xED\xA0\xBD\xED\xB8\x80", 18), 7},
         {u"\x20AC", 3, 0x18370, std::string(1, '\0'), 0},  // the NUL needs the fourth byte
@@ -313,13 +294,11 @@ TEST_F(Unicode, Utf8RandomRoundTrip)
     std::mt19937 random(20240601);
     for (int round = 0; round < 300; ++round) {
         // Characters from every encoded length, NUL excluded.
+        static const U32 first[] = {1, 0x80, 0x800, 0x800}, count[] = {0x7F, 0x780, 0xF7FF, 0xF7FF};
         U16String text;
         for (size_t i = random() % 200; i > 0; --i) {
-            switch (random() % 4) {
-            case 0: text.push_back(static_cast<char16_t>(1 + random() % 0x7F)); break;
-            case 1: text.push_back(static_cast<char16_t>(0x80 + random() % 0x780)); break;
-            default: text.push_back(static_cast<char16_t>(0x800 + random() % 0xF7FF)); break;
-            }
+            U32 length = random() % 4;
+            text.push_back(static_cast<char16_t>(first[length] + random() % count[length]));
         }
         U32 status = 1;
         std::string encoded = fromUnicode(utf8, text, 0, &status);
@@ -528,13 +507,8 @@ TEST_F(Unicode, EveryDestinationSizeLosesNothing)
                        mbcsMap);
     // The minimum sizes: bytes for the largest step plus the terminator.
     struct Case {
-        UNICODE_CONVERTER *c;
-        std::string text;
-        size_t minimum;
-        void *state;
-        UNICODE_FROMUNICODE_PROC from;
-        U16String chars;
-        size_t minimumFrom;
+        UNICODE_CONVERTER *c; std::string text; size_t minimum;
+        void *state; UNICODE_FROMUNICODE_PROC from; U16String chars; size_t minimumFrom;
     } cases[] = {
         {utf8, "a\xC3\xA9\xE2\x82\xAC" "bcdefghijklmnopqrstuvwxyz0123456789\xE3\x81\x82z", 4, nullptr,
          UNICODE_ConvertFromUnicode_utf8, u"a\xE9\x20AC" "bcdefghij\x3042z", 4},
@@ -570,12 +544,8 @@ TEST_F(Unicode, MapFileLines)
     // ending a number, "#" ending the line, at most 31 numbers a side, the
     // rest of a line beyond 1023 characters passed over.  Type 2 is the
     // multibyte converter: at most eight bytes, each at most FF.
-    struct Case {
-        U32 type;
-        std::string text;
-        U32 status;
-        U16String expected;  // for "ABC" after loading (status 0)
-    } cases[] = {
+    // `expected`: "ABC" converted after a load with status 0.
+    struct Case { U32 type; std::string text; U32 status; U16String expected; } cases[] = {
         {1, "# x\n\n  0x41 U+00C4\r\n\t0x42 0x0042 # c\n43 0043 LATIN C\n", 0, u"\xC4" "BC"},
         {1, "4z1 0G0H4H1\n", 0, u"A\xFFFD\xFFFD"},
         {1, "41 " + thirtyOne + "\n", 0, u"A\xFFFD\xFFFD"},
@@ -690,12 +660,7 @@ TEST_F(Unicode, AutoConverterFromCharacterSetNames)
     writeFile(dir.file("SHIFTJIS.MAP"), "41 0041\n82+A0 3042\n");
     writeFile(dir.file("T61.MAP"), "41 0041\n41+41+41+41+41+41+41+41+41 0042\n");
     ASSERT_EQ(CHARMAP_setConfigDirectory(nullptr), 0u);
-    struct Case {
-        const char *name;
-        U32 status;
-        std::string probe;
-        U16String expected;
-    } cases[] = {
+    struct Case { const char *name; U32 status; std::string probe; U16String expected; } cases[] = {
         {"latin1", 0, "A\xE9\x80", u"A\xE9\xFFFD"},
         {"csShiftJIS", 0, "A\x82\xA0", u"A\x3042"},
         {"utf_8", 0, "\xE2\x82\xAC", u"\x20AC"},  // no map file needed

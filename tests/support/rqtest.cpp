@@ -81,6 +81,38 @@ std::string readFile(const std::string &path)
     return s.str();
 }
 
+void writeFile(const std::string &path, const std::string &bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string commandOutput(const std::string &command)
+{
+    std::string out;
+    FILE *p = popen(command.c_str(), "r");
+    if (p == nullptr)
+        return out;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, p)) > 0)
+        out.append(buffer, n);
+    pclose(p);
+    return out;
+}
+
+std::vector<std::string> splitLines(const std::string &text)
+{
+    std::vector<std::string> v;
+    for (size_t at = 0; at < text.size();) {
+        size_t end = text.find('\n', at);
+        if (end == std::string::npos)
+            end = text.size();
+        v.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return v;
+}
+
 TempDir::TempDir()
 {
     const char *base = std::getenv("TMPDIR");

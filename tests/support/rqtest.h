@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "rqcore/types.h"
 
@@ -53,8 +54,15 @@ int allocationSweep(const std::function<U32()> &op, U32 expected, int limit = 10
 // or does not terminate, is caught.
 void fillJunk(void *buffer, size_t size);
 
-// Reads a whole file into a string ("" if it cannot be read).
+// Reads a whole file into a string ("" if it cannot be read), and writes
+// one (replacing it) with exactly these bytes.
 std::string readFile(const std::string &path);
+void writeFile(const std::string &path, const std::string &bytes);
+
+// The standard output of a shell command ("" when it cannot be run), and a
+// text split into its lines (line ends dropped).
+std::string commandOutput(const std::string &command);
+std::vector<std::string> splitLines(const std::string &text);
 
 // A fresh empty directory under the system's temporary directory, removed
 // with its contents when the object goes.
