@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 namespace rq::handle {
 
@@ -85,10 +86,17 @@ void putLocked(RQHANDLE h) noexcept
     gFree[gFreeCount++] = h;
 }
 
-// Puts `n` indices from the top of the cache back on the shared stack.
+// Puts `n` indices from the top of the cache back on the shared stack, in
+// one copy when the stack has room.
 void giveBack(IndexCache &cache, U32 n) noexcept
 {
     TableLock guard;
+    if (n != 0 && gFreeCap - gFreeCount >= n) {
+        cache.count -= n;
+        std::memcpy(gFree + gFreeCount, cache.items + cache.count, size_t{n} * sizeof(RQHANDLE));
+        gFreeCount += n;
+        return;
+    }
     while (n-- != 0)
         putLocked(cache.items[--cache.count]);
 }
@@ -143,6 +151,11 @@ RQHANDLE takeLocked() noexcept
     tHolder.armed = true;  // the first use registers its destructor
     IndexCache &cache = tCache;
     TableLock guard;
+    if (U32 n = gFreeCount < kBatch ? gFreeCount : kBatch; n != 0) {
+        gFreeCount -= n;
+        std::memcpy(cache.items, gFree + gFreeCount, size_t{n} * sizeof(RQHANDLE));
+        cache.count = n;
+    }
     while (cache.count < kBatch) {
         // A fresh index's slot is still zero, which reads as not issued.
         RQHANDLE h = takeLocked();
