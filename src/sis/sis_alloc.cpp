@@ -185,13 +185,8 @@ void unlinkBig(Header *h) noexcept
 
 // A chunk of class `cls`; null when a new slab cannot be had.  Slabs belong
 // to the allocator for the life of the process.
-Header *takeChunk(Heap &heap, size_t cls) noexcept
+[[gnu::noinline]] Header *carveChunk(Pool &pool, size_t cls) noexcept
 {
-    Pool &pool = heap.pools[cls];
-    if (Header *h = pool.free; h != nullptr) {
-        pool.free = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
-        return h;
-    }
     size_t bytes = chunkBytes(cls);
     if (static_cast<size_t>(pool.end - pool.fresh) < bytes) {
         // malloc's blocks are 16-byte aligned, and so is the first chunk.
@@ -206,6 +201,16 @@ Header *takeChunk(Heap &heap, size_t cls) noexcept
     Header *h = reinterpret_cast<Header *>(pool.fresh);
     pool.fresh += bytes;
     return h;
+}
+
+inline Header *takeChunk(Heap &heap, size_t cls) noexcept
+{
+    Pool &pool = heap.pools[cls];
+    if (Header *h = pool.free; h != nullptr) {
+        pool.free = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
+        return h;
+    }
+    return carveChunk(pool, cls);
 }
 
 // Gives a dead block back to its pool or, with its links, to the C library.
@@ -239,7 +244,7 @@ void forEachChunk(Heap &heap, Visit visit) noexcept
 
 // Takes back the blocks other threads freed: they are still in this heap's
 // live list, marked dead, and chained through their tag field.
-void drainRemote(Heap &heap) noexcept
+[[gnu::noinline, gnu::cold]] void drainRemote(Heap &heap) noexcept
 {
     Header *h = heap.remote.exchange(nullptr, std::memory_order_acquire);
     uint64_t blocks = 0, bytes = 0;
@@ -259,7 +264,18 @@ void drainRemote(Heap &heap) noexcept
 }
 
 // Owner-side allocation and release.
-Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, uint32_t line) noexcept
+[[gnu::noinline]] Header *allocateLarge(Heap &heap, size_t size, bool clear) noexcept
+{
+    size_t total = sizeof(Links) + sizeof(Header) + size;
+    void *raw = clear ? std::calloc(1, total) : std::malloc(total);
+    if (raw == nullptr)
+        return nullptr;
+    Header *h = headerAfter(static_cast<Links *>(raw));
+    linkBig(heap, h);
+    return h;
+}
+
+inline Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, uint32_t line) noexcept
 {
     if (heap.remote.load(std::memory_order_relaxed) != nullptr)
         drainRemote(heap);
@@ -271,12 +287,9 @@ Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, uint32_
         if (clear)
             std::memset(h + 1, 0, size);
     } else {
-        size_t total = sizeof(Links) + sizeof(Header) + size;
-        void *raw = clear ? std::calloc(1, total) : std::malloc(total);
-        if (raw == nullptr)
+        h = allocateLarge(heap, size, clear);
+        if (h == nullptr)
             return nullptr;
-        h = headerAfter(static_cast<Links *>(raw));
-        linkBig(heap, h);
     }
     markLive(heap, h, size, tag, line);
     return h;
@@ -350,14 +363,19 @@ Header *headerOf(void *block) noexcept
     return h->magic == kLiveMagic ? h : nullptr;
 }
 
-Header *allocateHeader(size_t size, bool clear, const char *tag, uint32_t line) noexcept
+[[gnu::noinline]] Header *allocateShared(size_t size, bool clear, const char *tag, uint32_t line) noexcept
 {
-    if (Heap *heap = myHeap(); heap != nullptr)
-        return allocateIn(*heap, size, clear, tag, line);
     rq::SpinGuard guard(gSharedLock);
     if (gShared.big.next == nullptr)
         initHeap(gShared);
     return allocateIn(gShared, size, clear, tag, line);
+}
+
+inline Header *allocateHeader(size_t size, bool clear, const char *tag, uint32_t line) noexcept
+{
+    if (Heap *heap = myHeap(); heap != nullptr)
+        return allocateIn(*heap, size, clear, tag, line);
+    return allocateShared(size, clear, tag, line);
 }
 
 void *allocate(size_t size, bool clear, const char *tag, uint32_t line) noexcept
