@@ -152,6 +152,29 @@ TEST(MemoryHandles, BlocksCrossThreadsBothWays)
         SIS_MemFree(nullptr, SIS_MemMalloc(nullptr, 20, 0, 0, "t", "v", 5), 0, 0, "t", "v", 6);
 }
 
+TEST(MemoryHandles, AllocationInAThreadsExitDestructors)
+{
+    // A thread-local object made before the thread's first allocation is
+    // destroyed after the allocator gave the thread's heap up: what it
+    // allocates and frees then must still be accounted.
+    rqtest::LeakCheck leaks;
+    struct Late {
+        void *early = nullptr;
+        ~Late()
+        {
+            void *late = SIS_MemMalloc(nullptr, 24, 0, 0, "t", "v", 1);
+            std::memset(late, 1, 24);
+            SIS_MemFree(nullptr, early, 0, 0, "t", "v", 2);
+            SIS_MemFree(nullptr, SIS_MemRealloc(nullptr, late, 5000, 0, 0, "t", "v", 3), 0, 0, "t", "v", 4);
+        }
+    };
+    std::thread([] {
+        static thread_local Late late;
+        Late &first = late;  // made before the first allocation below
+        first.early = SIS_MemMalloc(nullptr, 24, 0, 0, "t", "v", 5);
+    }).join();
+}
+
 TEST(MemoryHandles, ReleaseFunctionRefusesForeignBlocks)
 {
     EXPECT_EQ(RQCORE_free(nullptr), 0u);
