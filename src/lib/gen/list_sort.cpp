@@ -76,20 +76,28 @@ U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *le
     bool anyUnequal = false;
     U32 hints = hintOffset(h);
     U8 *e = static_cast<U8 *>(rq::handle::lock(cur));
+    // The block of `store`, followed along with it (through the hints where
+    // the list keeps them) rather than looked up at every swap; null where
+    // the lookup would fail, which is reported when a swap needs it.
+    U8 *storeAt = e;
     for (U32 i = 0; i + 1 < seg.count; ++i) {
         if (e == nullptr)
             return DX_LIST_ERR_PARTITION_LOCK_2;
         RQHANDLE next = nextOf(e);
         S32 c = compareElements(h, cell, e, pivot.get());
         anyUnequal = anyUnequal || c != 0;
+        U8 *afterStoreAt = nullptr;
+        bool storeMovesWithCur = false;
         if (c <= 0) {
             RQHANDLE afterStore = next;
             if (cur != store) {
-                ElementLock s(store);
-                if (!s)
+                if (storeAt == nullptr)
                     return DX_LIST_ERR_PARTITION_LOCK_3;
-                swapContents(h, s.get(), e);
-                afterStore = nextOf(s.get());
+                swapContents(h, storeAt, e);
+                afterStore = nextOf(storeAt);
+                afterStoreAt = follow(hints, storeAt, afterStore);
+            } else {
+                storeMovesWithCur = true;
             }
             storePrev = store;
             store = afterStore;
@@ -103,17 +111,20 @@ U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *le
         if (cur == 0 && i + 2 < seg.count)
             return DX_LIST_ERR_PARTITION_LOCK_4;  // the chain ended inside the segment
         e = follow(hints, from, cur);
+        if (storeMovesWithCur)
+            storeAt = e;
+        else if (c <= 0)
+            storeAt = afterStoreAt;
     }
     // Every element equal to the pivot: the segment is done.
     if (!anyUnequal)
         return 0;
     RQHANDLE afterStore = 0;
     if (store != seg.last) {
-        ElementLock s(store);
-        if (!s)
+        if (storeAt == nullptr)
             return DX_LIST_ERR_PARTITION_LOCK_5;
-        swapContents(h, s.get(), pivot.get());
-        afterStore = nextOf(s.get());
+        swapContents(h, storeAt, pivot.get());
+        afterStore = nextOf(storeAt);
     }
     if (leftCount > 1)
         *left = Segment{leftCount, seg.first, storePrev};
