@@ -65,6 +65,14 @@ struct alignas(16) Slab {
 };
 
 #if defined(__SANITIZE_ADDRESS__)
+#define RQSIS_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define RQSIS_ASAN 1
+#endif
+#endif
+
+#if defined(RQSIS_ASAN)
 constexpr size_t kPoolMax = 0;
 #else
 constexpr size_t kPoolMax = 256;  // largest size served from the pools
