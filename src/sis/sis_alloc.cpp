@@ -215,7 +215,11 @@ inline Header *takeChunk(Heap &heap, size_t cls) noexcept
 {
     Pool &pool = heap.pools[cls];
     if (Header *h = pool.free; h != nullptr) {
-        pool.free = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
+        Header *next = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
+        pool.free = next;
+        // The next allocation of this class reads and writes that chunk:
+        // fetching it now takes the miss off that allocation's path.
+        __builtin_prefetch(next, 1);
         return h;
     }
     return carveChunk(pool, cls);
