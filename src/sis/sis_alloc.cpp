@@ -98,15 +98,19 @@ struct Pool {
 
 // The owner's counters are written by the owner alone (plain stores of
 // atomics, so that a reader in another thread sees whole values); remote
-// frees are counted apart, by the freeing thread.
+// frees are counted apart, by the freeing thread.  Word-sized: no target
+// holds more blocks or bytes than its addresses reach, and a 64-bit atomic
+// on i386 goes through the x87 unit at every allocation.
+using Count = std::atomic<size_t>;
+
 struct Heap {
     Links big{};
     Pool pools[kClassCount];
-    std::atomic<uint64_t> blocks{0};
-    std::atomic<uint64_t> bytes{0};
+    Count blocks{0};
+    Count bytes{0};
     std::atomic<Header *> remote{nullptr};
-    std::atomic<uint64_t> remoteBlocks{0};
-    std::atomic<uint64_t> remoteBytes{0};
+    Count remoteBlocks{0};
+    Count remoteBytes{0};
     std::atomic<bool> orphan{false};
     Heap *nextHeap = nullptr;  // the registry: every heap ever made
 };
@@ -154,12 +158,12 @@ void initHeap(Heap &heap) noexcept
 
 // ---- the owner's side: no other thread touches these ----------------------
 
-void add(std::atomic<uint64_t> &counter, uint64_t n) noexcept
+void add(Count &counter, size_t n) noexcept
 {
     counter.store(counter.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
 }
 
-void sub(std::atomic<uint64_t> &counter, uint64_t n) noexcept
+void sub(Count &counter, size_t n) noexcept
 {
     counter.store(counter.load(std::memory_order_relaxed) - n, std::memory_order_relaxed);
 }
@@ -259,7 +263,7 @@ void forEachChunk(Heap &heap, Visit visit) noexcept
 [[gnu::noinline, gnu::cold]] void drainRemote(Heap &heap) noexcept
 {
     Header *h = heap.remote.exchange(nullptr, std::memory_order_acquire);
-    uint64_t blocks = 0, bytes = 0;
+    size_t blocks = 0, bytes = 0;
     while (h != nullptr) {
         Header *after = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
         ++blocks;
@@ -517,7 +521,9 @@ SIS_STATUS SIS_MemFree(void *, void *block, uint32_t, uint32_t, const char *, co
 // for a moment when no other thread allocates.
 void SIS_TestLiveGet(uint64_t *blocks, uint64_t *bytes) noexcept
 {
-    uint64_t nBlocks = 0, nBytes = 0;
+    // Summed modulo the word: a heap's share may dip below zero while its
+    // owner takes remote frees back, the total never does.
+    size_t nBlocks = 0, nBytes = 0;
     forEachHeap([&](Heap &heap) {
         nBlocks += heap.blocks.load(std::memory_order_relaxed) - heap.remoteBlocks.load(std::memory_order_relaxed);
         nBytes += heap.bytes.load(std::memory_order_relaxed) - heap.remoteBytes.load(std::memory_order_relaxed);
