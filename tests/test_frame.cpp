@@ -6,7 +6,10 @@
 #include "rqsis/rqsis.h"
 #include "rqsis/rqsis_test.h"
 
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <mutex>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -150,6 +153,47 @@ TEST(MemoryHandles, BlocksCrossThreadsBothWays)
     EXPECT_EQ(rqtest::live().blocks, start) << "remote frees are counted at once";
     for (int i = 0; i < 100; ++i)
         SIS_MemFree(nullptr, SIS_MemMalloc(nullptr, 20, 0, 0, "t", "v", 5), 0, 0, "t", "v", 6);
+}
+
+TEST(MemoryHandles, ProducerAndConsumerThreads)
+{
+    // One thread allocates while another frees what it made: the frees race
+    // with the owner taking them back at its next allocation.
+    rqtest::LeakCheck leaks;
+    std::mutex m;
+    std::condition_variable cv;
+    std::deque<void *> queue;
+    bool done = false;
+    std::thread consumer([&] {
+        for (;;) {
+            std::unique_lock<std::mutex> lock(m);
+            cv.wait(lock, [&] { return done || !queue.empty(); });
+            if (queue.empty())
+                return;
+            void *p = queue.front();
+            queue.pop_front();
+            lock.unlock();
+            EXPECT_EQ(static_cast<unsigned char *>(p)[0], 0x5A);
+            SIS_MemFree(nullptr, p, 0, 0, "t", "v", 1);
+        }
+    });
+    for (U32 i = 0; i < 50000; ++i) {
+        U32 size = i % 7 == 0 ? 600 : 8 + i % 64;
+        auto *p = static_cast<unsigned char *>(SIS_MemMalloc(nullptr, size, 0, 0, "t", "v", i));
+        ASSERT_NE(p, nullptr);
+        std::memset(p, 0x5A, size);
+        {
+            std::lock_guard<std::mutex> lock(m);
+            queue.push_back(p);
+        }
+        cv.notify_one();
+    }
+    {
+        std::lock_guard<std::mutex> lock(m);
+        done = true;
+    }
+    cv.notify_one();
+    consumer.join();
 }
 
 TEST(MemoryHandles, AllocationInAThreadsExitDestructors)
