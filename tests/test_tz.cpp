@@ -487,15 +487,15 @@ TEST(TZ, UTCToLocalAbbreviationsAndNullArguments)
     DX_ListDestroy(&list);
 }
 
-TEST(TZ, TenThousandZones)
+TEST(TZ, AThousandZonesAllFound)
 {
     std::string text;
-    for (int n = 0; n < 10000; ++n)
+    for (int n = 0; n < 1000; ++n)
         text += "[Z" + std::to_string(n) + "-1ZD]\nname = zone " + std::to_string(n) +
                 "\nbegin1 = 0 3 25-31 3 1996-2037 0 ZD-2\nend1 = 0 2 25-31 10 1996-2037 0 Z-1\n";
     Rules r(text);
     ASSERT_EQ(r.status, 0u);
-    for (int n = 0; n < 10000; n += 97) {
+    for (int n = 0; n < 1000; ++n) {
         std::string zone = std::string("Z").append(std::to_string(n)).append("-1ZD");
         char name[81];
         ASSERT_EQ(DX_TZFind(r.handle, zone.c_str(), name, sizeof name, nullptr, 0), 0u);
