@@ -55,8 +55,6 @@ std::string toChar(const Bytes &in, bool packed, DX_CODE_STATE &state)
     return out;
 }
 
-// ---- hexadecimal fields -------------------------------------------------------
-
 TEST(Code, HexFields)
 {
     char out[9];
@@ -75,13 +73,10 @@ TEST(Code, HexFields)
     EXPECT_EQ(DX_CodeFromHex(nullptr, 4), 0u);
 }
 
-// ---- packing --------------------------------------------------------------------
-
 TEST(Code, PackRules)
 {
     struct Case { const char *what; Bytes in, out; } cases[] = {
         {"four equal: the last byte stays out of the run", {0x41, 0x41, 0x41, 0x41}, {7, 3, 0x41, 0x41}},
-        {"single escape byte", {7}, {7, 1}},
         {"three equal with only three left are not a run", {5, 5, 5}, {5, 5, 5}},
         {"two escape bytes", {7, 7}, {7, 1, 7, 1}},
         {"run of escape bytes", {7, 7, 7, 7, 7}, {7, 4, 7, 7, 1}},
@@ -112,8 +107,7 @@ TEST(Code, PackAndUnpackCapacities)
     // then data that ends inside an escape.
     Bytes packed = {7, 30, 9, 4};
     struct Case { Bytes in; U16 room; U32 status; } cases[] = {
-        {packed, 19, DX_CODE_ERR_UNPACK_SPACE}, {packed, 20, DX_CODE_ERR_UNPACK_SPACE},
-        {packed, 30, DX_CODE_ERR_UNPACK_SPACE}, {packed, 31, 0},
+        {packed, 19, DX_CODE_ERR_UNPACK_SPACE}, {packed, 30, DX_CODE_ERR_UNPACK_SPACE}, {packed, 31, 0},
         {{1, 7}, 40, DX_CODE_ERR_UNPACK_CUT},   {{7, 5}, 40, DX_CODE_ERR_UNPACK_CUT}};
     for (const Case &c : cases) {
         SCOPED_TRACE(&c - cases);
@@ -148,8 +142,6 @@ TEST(Code, PackRoundTripsAndStaysInsideItsBound)
         worst.insert(worst.end(), {7, 7, 1});
     EXPECT_EQ(pack(worst).size(), 1500u);
 }
-
-// ---- blocks ---------------------------------------------------------------------------
 
 TEST(Code, AlphabetAndLines)
 {
@@ -232,15 +224,8 @@ TEST(Code, DecodeRefusals)
     DX_CODE_STATE good{};
     std::string chars = toChar(randomBytes(120, 4), false, good);  // 160 values, two newlines
     ASSERT_EQ(chars.size(), 162u);
-    struct Case {
-        const char *what;
-        char version, type;
-        std::string text;
-        int checksumDelta;
-        U16 capacity;
-        bool scratch;
-        U32 status;
-    } cases[] = {
+    struct Case { const char *what; char version, type; std::string text; int checksumDelta; U16 capacity; bool scratch; U32 status; };
+    const Case cases[] = {
         {"good", '1', '-', chars, 0, 200, false, 0},
         {"version", '2', '-', chars, 0, 200, false, DX_CODE_ERR_VERSION},
         {"U with scratch", '1', 'U', chars, 0, 200, true, DX_CODE_ERR_DECODE_TYPE},
@@ -272,8 +257,7 @@ TEST(Code, DecodeRefusals)
 
 TEST(Code, PlainBlockWithScratchIsUnpackedAnyway)
 {
-    // Kept: a '-' block decoded with a scratch buffer goes through unpacking,
-    // so its escape bytes are read as escapes.
+    // Kept: with a scratch buffer a '-' block is unpacked too.
     DX_CODE_STATE s{};
     std::string chars = toChar({1, 7, 3, 2, 9}, false, s);
     Bytes out(40), scratch(40);
@@ -282,8 +266,6 @@ TEST(Code, PlainBlockWithScratchIsUnpackedAnyway)
     out.resize(cap);
     EXPECT_EQ(out, (Bytes{1, 2, 2, 2, 9}));
 }
-
-// ---- streams and files ------------------------------------------------------------
 
 std::string contents(FILE *f)
 {
@@ -371,18 +353,12 @@ TEST(Code, StreamBlocks)
 struct Files {
     rqtest::TempDir dir;
     std::string bin = dir.file("data.bin"), code = dir.file("data.cod"), back = dir.file("back.bin");
-    void write(const std::string &path, const std::string &bytes)
-    {
-        FILE *f = std::fopen(path.c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        std::fwrite(bytes.data(), 1, bytes.size(), f);
-        std::fclose(f);
-    }
+    void write(const std::string &path, const std::string &bytes) { rqtest::writeFile(path, bytes); }
 };
 
 TEST(Code, WholeFilesRoundTrip)
 {
-    for (size_t n : {0, 1, 255, 256, 257, 512, 1000, 5000}) {
+    for (size_t n : {0, 255, 256, 257, 512, 1000}) {
         SCOPED_TRACE(n);
         Files f;
         Bytes data = randomBytes(n, static_cast<unsigned>(n), n == 1000 ? 3 : 256);

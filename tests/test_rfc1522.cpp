@@ -54,38 +54,21 @@ Result encode(const std::string &utf8, const char *charset, char encoding)
 
 TEST_F(Rfc1522, DecodesWordsAndKeepsMalformedOnes)
 {
-    struct Case {
-        const char *in, *out;
-    } cases[] = {
-        {"=?US-ASCII?Q?Keith_Moore?= <moore@cs.utk.edu>", "Keith Moore <moore@cs.utk.edu>"},
-        {"=?ISO-8859-1?Q?Keld_J=F8rn_Simonsen?= <keld@dkuug.dk>", "Keld J\xC3\xB8rn Simonsen <keld@dkuug.dk>"},
-        {"=?ISO-8859-1?Q?Andr=E9?= Pirard <PIRARD@vm1.ulg.ac.be>", "Andr\xC3\xA9 Pirard <PIRARD@vm1.ulg.ac.be>"},
-        {"=?ISO-8859-1?B?SWYgeW91IGNhbiByZWFkIHRoaXMgeW8=?=\r\n =?ISO-8859-2?B?dSB1bmRlcnN0YW5kIHRoZSBleGFtcGxlLg==?=",
-         "If you can read this you understand the example."},
-        {"(=?ISO-8859-1?Q?a?=)", "(a)"},
+    struct Case { const char *in, *out; } cases[] = {
         {"(=?ISO-8859-1?Q?a?= b)", "(a b)"},
-        {"(=?ISO-8859-1?Q?a?= =?ISO-8859-1?Q?b?=)", "(ab)"},
-        {"(=?ISO-8859-1?Q?a?=  =?ISO-8859-1?Q?b?=)", "(ab)"},
         {"(=?ISO-8859-1?Q?a?=\r\n    =?ISO-8859-1?Q?b?=)", "(ab)"},
-        {"(=?ISO-8859-1?Q?a_b?=)", "(a b)"},
         {"(=?ISO-8859-1?Q?a?= =?ISO-8859-2?Q?_b?=)", "(a b)"},
         // RFC 2231 language suffix, lower-case encoding letter and hex digits.
         {"=?US-ASCII*EN?Q?Keith_Moore?=", "Keith Moore"},
         {"=?iso-8859-1?q?=e9t=C9?=", "\xC3\xA9t\xC3\x89"},
-        {"=?utf-8?b?4oKs?=", "\xE2\x82\xAC"},
         // Missing padding; a character split across two words of one set.
         {"=?UTF-8?B?w6k?=", "\xC3\xA9"},
         {"=?UTF-8?Q?=E2=82?= =?UTF-8?Q?=AC?=", "\xE2\x82\xAC"},
-        // '?' inside the text runs to the first "?=".
-        {"=?UTF-8?Q?why?_not?=", "why? not"},
-        {"", ""},
-        {"plain text, no words", "plain text, no words"},
+        {"=?UTF-8?Q?why?_not?=", "why? not"},  // '?' inside runs to the first "?="
         // Malformed words and unknown sets are kept as they are.
         {"=?ISO-8859-1?X?abc?=", "=?ISO-8859-1?X?abc?="},        // no such encoding
         {"=?ISO-8859-1?Q?a b?=", "=?ISO-8859-1?Q?a b?="},        // white space inside
-        {"=?ISO-8859-1?Q?abc", "=?ISO-8859-1?Q?abc"},            // never closed
         {"=??Q?abc?=", "=??Q?abc?="},                            // no charset
-        {"=?ISO-8859-1?Q", "=?ISO-8859-1?Q"},                    // cut short
         {"=?ISO-8859-1?QQ?a?=", "=?ISO-8859-1?QQ?a?="},          // encoding of two letters
         {"=?x-klingon?Q?abc?= =?ISO-8859-1?Q?d?=", "=?x-klingon?Q?abc?= d"},
         {"=?ISO-8859-1?Q?d?= =?x-klingon?Q?abc?=", "d =?x-klingon?Q?abc?="},
@@ -95,7 +78,6 @@ TEST_F(Rfc1522, DecodesWordsAndKeepsMalformedOnes)
         {"=?UTF-8?B?8J+YgA==?=", "=?UTF-8?B?8J+YgA==?="},         // beyond U+FFFF: 16-bit converters
         {"a =?ISO-8859-1?Q?=4G?= b", "a =4G b"},                 // '=' without two digits is text
         {"=?ISO-8859-1?Q?a?=x=?ISO-8859-1?Q?b?=", "axb"},        // text between: not joined
-        {"=?ISO-8859-1?Q?a?= x =?ISO-8859-1?Q?b?=", "a x b"},
         {"=?=?ISO-8859-1?Q?a?=", "=?a"},
         {"=?UTF-8?Q?a=00b?= c", "a c"},                          // a NUL ends the run's text
         {"=?UTF-8?B?YQ?==?UTF-8?B?Yg==?=", "ab"},                 // adjacent without a blank
@@ -122,7 +104,7 @@ TEST_F(Rfc1522, NullArgumentsAndStatuses)
     const std::string tooLong(64, 'A');
     for (const char *set : {"x-klingon", "UTF?8", tooLong.c_str()})
         EXPECT_EQ(encode("a", set, 'Q').status, 0x18C07u) << set;
-    for (const char *text : {"a\x80", "\xC3\xA9\xFF", "\xED\xA0\x80", "\xF0\x9F\x98\x80"})
+    for (const char *text : {"a\x80", "\xED\xA0\x80", "\xF0\x9F\x98\x80"})
         EXPECT_EQ(encode(text, "UTF-8", 'Q').status, 0x18C08u) << text;
     EXPECT_EQ(encode("", "UTF-8", 'B').text, "");
     EXPECT_EQ(encode("caf\xC3\xA9 ok", "ISO-8859-1", 'Q').text, "=?ISO-8859-1?Q?caf=E9_ok?=");
@@ -157,16 +139,16 @@ TEST_F(Rfc1522, RandomTextRoundTripsInSeveralSets)
         const char *name;
         std::vector<unsigned> repertoire;
     };
-    std::vector<unsigned> latin, wide, sjis;
-    for (unsigned c = 0x20; c < 0x100; ++c) {
+    std::vector<unsigned> latin, sjis = {0x3042u, 0x30A2u, 0x65E5u, 0x4E00u, 0xFF21u, 0xFF76u};
+    for (unsigned c = 0x20; c < 0x100; ++c)
         if (c < 0x7F || c >= 0xA0)
             latin.push_back(c);
-        if (c < 0x7F && c != 0x5C && c != 0x7E)  // yen sign and overline in JIS X 0201
+    for (unsigned c = 0x20; c < 0x7E; ++c)
+        if (c != 0x5C)  // the yen sign in JIS X 0201
             sjis.push_back(c);
-    }
-    wide = latin;
-    wide.insert(wide.end(), {0x3042u, 0x30A2u, 0x65E5u, 0x672Cu, 0x20ACu, 0x4E00u, 0xFF21u});
-    sjis.insert(sjis.end(), {0x3042u, 0x30A2u, 0x65E5u, 0x672Cu, 0x4E00u, 0xFF21u, 0xFF76u});
+    std::vector<unsigned> wide = sjis;
+    wide.insert(wide.end(), latin.begin(), latin.end());
+    wide.push_back(0x20ACu);
     std::vector<Set> sets = {{"UTF-8", wide}, {"ISO-8859-1", latin}};
     if (std::ifstream(std::string(kMaps) + "/SHIFTJIS.MAP"))
         sets.push_back({"Shift_JIS", sjis});
@@ -183,8 +165,8 @@ TEST_F(Rfc1522, RandomTextRoundTripsInSeveralSets)
 
 TEST_F(Rfc1522, LongWordsAndManyWordsStayLinear)
 {
-    // A 100,000-character word, and 5,000 adjacent words in one set and in
-    // two alternating sets: the allocations grow with the words, no faster.
+    // A 100,000-character word; 5,000 words in two alternating sets: the
+    // allocations grow with the words, no faster.
     std::string big = "=?UTF-8?Q?" + std::string(100000, 'x') + "?=";
     EXPECT_EQ(decode(big).text, std::string(100000, 'x'));
     auto allocations = [](const std::string &text) {
@@ -194,17 +176,12 @@ TEST_F(Rfc1522, LongWordsAndManyWordsStayLinear)
         SIS_TestWorkGet(&after, nullptr);
         return after - before;
     };
-    std::string many, expected, mixed;
-    for (int i = 0; i < 5000; ++i) {
-        many.append("=?ISO-8859-1?Q?a=E9?= ");
-        expected.append(i == 4999 ? "a\xC3\xA9 " : "a\xC3\xA9");
+    std::string mixed;
+    for (int i = 0; i < 5000; ++i)
         mixed.append("=?ISO-8859-1?Q?a?= =?UTF-8?Q?b?= ");
-    }
-    EXPECT_EQ(decode(many).text, expected);
     EXPECT_LE(allocations(mixed + mixed), 2 * allocations(mixed) + 50);
-    // Inputs that would make a scan per candidate word quadratic (minutes at
-    // this size, caught by the test's time limit): every "=?" opens a word
-    // that never closes.
+    // Every "=?" opens a word that never closes: a scan per candidate word
+    // would be quadratic (minutes at this size, the test's time limit).
     for (const char *unit : {"=?", "=?a?q?", "=?a?", "=?a?q?x=", "=?a=?q?"}) {
         std::string open;
         while (open.size() < 1000000)
@@ -223,19 +200,11 @@ TEST_F(Rfc1522, AllocationFailures)
                             [](U32 status) { EXPECT_TRUE(status == 0x18C01u || status == 0x18C07u || status == 0u) << status; });
 }
 
-// Python's email package decodes the same headers.  Defined differences:
-// - white space is compared removed: make_header re-spaces its chunks (it
-//   strips each line's leading blanks and puts a blank between an encoded and
-//   a plain chunk), while the library keeps the text between words as it is;
-// - headers Python cannot decode (unknown codec, invalid bytes) and headers
-//   with characters beyond U+FFFF (the converters are 16-bit) are left out;
-// - raw 8-bit header bytes are left out (Python holds them as surrogates);
-// - in generated headers, words Python reads and the library keeps are left
-//   out: Python lets a word's text hold blanks (a "?=" later on the line
-//   closes it), and its base64 reads on past an '=' where the library's
-//   decoder stops;
-// - a set Python knows and the map directory has no converter for stays an
-//   encoded word here: counted, not compared.
+// Python's email package decodes the same headers.  Differences: white space
+// is compared removed (make_header re-spaces its chunks); headers Python
+// cannot decode, beyond U+FFFF (16-bit converters) or raw 8-bit are left out,
+// and so are words with blanks inside or base64 past '=' (Python reads them,
+// the library keeps them); a set without a map here is counted, not compared.
 TEST_F(Rfc1522, AgreesWithPythonOnTheEmailCorpus)
 {
     if (std::system("python3 -c 'import email.header' >/dev/null 2>&1") != 0)
@@ -245,25 +214,23 @@ TEST_F(Rfc1522, AgreesWithPythonOnTheEmailCorpus)
         GTEST_SKIP() << "libpython3.11-testsuite not installed";
     rqtest::TempDir dir;
     std::ofstream(dir.file("h.py")) << R"PY(
-import email, email.header, glob, sys
+import base64, email, email.header, glob, random, re, sys
 from email import policy
+def emit(value):
+    try:
+        raw = value.encode('ascii')
+        text = str(email.header.make_header(email.header.decode_header(value)))
+    except Exception:
+        return
+    if all(ord(c) <= 0xFFFF for c in text):
+        print(raw.hex() + '\t' + text.encode('utf-8').hex())
 for name in sorted(glob.glob(sys.argv[1] + '/msg_*.txt')):
-    msg = email.message_from_binary_file(open(name, 'rb'), policy=policy.compat32)
-    for part in msg.walk():
-        for key, value in part.items():
-            if not isinstance(value, str):
-                continue
-            try:
-                raw = value.encode('ascii')
-                text = str(email.header.make_header(email.header.decode_header(value)))
-            except Exception:
-                continue
-            if any(ord(c) > 0xFFFF for c in text):
-                continue
-            print(raw.hex() + '\t' + text.encode('utf-8').hex())
-# The corpus' messages hold no encoded words: generated headers mix valid,
-# malformed and unknown-set words with plain text and folding.
-import base64, random, re
+    for part in email.message_from_binary_file(open(name, 'rb'), policy=policy.compat32).walk():
+        for value in part.values():
+            if isinstance(value, str):
+                emit(value)
+# The corpus holds no encoded words: generated headers mix valid, malformed
+# and unknown-set words with plain text and folding.
 def acceptable(value):
     for m in email.header.ecre.finditer(value):
         if re.search(r'\s', m.group(0)):
@@ -296,16 +263,10 @@ for n in range(3000):
         parts.append(word() if rnd.random() < 0.7 else rnd.choice(['plain', 'a,b', '<x@y>', '"q"']))
         parts.append(rnd.choice([' ', '  ', '\r\n ', '\t', '']))
     value = ''.join(parts).strip()
-    if not acceptable(value):
-        continue
-    try:
-        text = str(email.header.make_header(email.header.decode_header(value)))
-    except Exception:
-        continue
-    print(value.encode('ascii').hex() + '\t' + text.encode('utf-8').hex())
+    if acceptable(value):
+        emit(value)
 )PY";
-    std::string command = "python3 " + dir.file("h.py") + " " + corpus + " > " + dir.file("h.txt");
-    ASSERT_EQ(std::system(command.c_str()), 0);
+    std::string output = rqtest::commandOutput(std::string("python3 ").append(dir.file("h.py")).append(1, ' ').append(corpus));
     auto unhex = [](const std::string &h) {
         std::string s;
         for (size_t i = 0; i + 1 < h.size(); i += 2)
@@ -313,10 +274,8 @@ for n in range(3000):
         return s;
     };
     auto squeeze = [](std::string s) { return std::erase_if(s, [](char c) { return std::strchr(" \t\r\n", c) != nullptr && c != 0; }), s; };
-    std::ifstream lines(dir.file("h.txt"));
-    std::string line;
     int compared = 0, withWords = 0, unsupported = 0;
-    while (std::getline(lines, line)) {
+    for (const std::string &line : rqtest::splitLines(output)) {
         size_t tab = line.find('\t');
         ASSERT_NE(tab, std::string::npos);
         std::string raw = unhex(line.substr(0, tab)), expected = unhex(line.substr(tab + 1));
@@ -335,8 +294,7 @@ for n in range(3000):
     EXPECT_GT(compared, 500);
     EXPECT_GT(withWords, 20);
     EXPECT_LT(unsupported, 10) << "sets Python knows and the maps lack";
-    std::printf("compared %d headers, %d with encoded words, %d in sets without a map\n", compared, withWords,
-                unsupported);
+    std::printf("compared %d headers, %d with encoded words, %d in sets without a map\n", compared, withWords, unsupported);
 }
 
 }  // namespace
