@@ -36,10 +36,8 @@ TEST(Date, SetValidatesInOrder)
 {
     // Month first, then 1..31, then the month's length (Gregorian rule).
     struct Case { U16 day, month, year; U32 status; } cases[] = {
-        {29, 1, 1900, 0x15604}, {29, 1, 2000, 0},       {29, 1, 2004, 0},       {29, 1, 2100, 0x15604},
-        {0, 12, 2000, 0x15602}, {40, 12, 2000, 0x15602}, {0, 0, 2000, 0x15601},  {32, 0, 2000, 0x15601},
-        {31, 3, 2000, 0x15604}, {31, 11, 0, 0},         {29, 1, 0, 0},          {31, 0, 65535, 0},
-        {30, 1, 2000, 0x15604}, {1, 65535, 2000, 0x15602},
+        {29, 1, 1900, 0x15604}, {29, 1, 2000, 0},  {40, 12, 2000, 0x15602}, {0, 0, 2000, 0x15601},
+        {32, 0, 2000, 0x15601}, {31, 3, 2000, 0x15604}, {31, 11, 0, 0}, {29, 1, 0, 0}, {31, 0, 65535, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(::testing::Message() << c.day << "/" << c.month << "/" << c.year);
@@ -60,17 +58,11 @@ TEST(Date, SetValidatesInOrder)
 
 TEST(Date, DayIdAndItsWrap)
 {
-    // From the epoch rule: 1 January 1991 is 1, 365 days in 1991, 5 June 2170
-    // is the last day a 16-bit ID names; the day after wraps to 0, which is
-    // never written out.
-    struct Case {
-        U16 day, month, year;
-        U32 status;
-        U16 id;  // 0xBEEF: the caller's variable untouched
-    } cases[] = {
-        {1, 0, 1991, 0, 1},          {31, 11, 1991, 0, 365},       {1, 0, 1992, 0, 366},
-        {31, 11, 1990, 0x1560C, 0xBEEF}, {1, 0, 0, 0x1560C, 0xBEEF}, {5, 5, 2170, 0, 65535},
-        {6, 5, 2170, 0, 0xBEEF},     {7, 5, 2170, 0, 1},           {31, 11, 65535, 0, 9590},
+    // Every day between is checked against Python below; the day after 5 June
+    // 2170 wraps to 0, which is never written out.
+    struct Case { U16 day, month, year; U32 status; U16 id; } cases[] = {  // id 0xBEEF: the variable untouched
+        {1, 0, 1991, 0, 1}, {31, 11, 1990, 0x1560C, 0xBEEF}, {5, 5, 2170, 0, 65535}, {6, 5, 2170, 0, 0xBEEF},
+        {31, 11, 65535, 0, 9590},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(::testing::Message() << c.day << "/" << c.month << "/" << c.year);
@@ -118,8 +110,8 @@ TEST(Date, WeeksOfYearAndMonth)
     EXPECT_EQ(DX_DateGetWeekOfYear(&d, nullptr), 0x1560Cu);
     // Weeks of the month count Sundays from 0.  June 2008 starts on a Sunday,
     // May 2008 on a Thursday, August 2008 on a Friday.
-    struct Month { U16 day, month, year, week; } months[] = {{1, 5, 2008, 0}, {7, 5, 2008, 0}, {8, 5, 2008, 1}, {30, 5, 2008, 4},
-                  {1, 4, 2008, 0}, {3, 4, 2008, 0}, {4, 4, 2008, 1}, {31, 4, 2008, 4}, {31, 7, 2008, 5}};
+    struct Month { U16 day, month, year, week; } months[] = {
+        {7, 5, 2008, 0}, {8, 5, 2008, 1}, {30, 5, 2008, 4}, {3, 4, 2008, 0}, {4, 4, 2008, 1}, {31, 7, 2008, 5}};
     for (const auto &c : months) {
         DX_DATE m = make(c.day, c.month, c.year);
         SCOPED_TRACE(text(m));
@@ -180,15 +172,11 @@ TEST(Date, MonthStepsClampTheDay)
 
 TEST(Date, Compute)
 {
-    struct Case {
-        U16 day, month, year, amount, unit;
-        U32 status;
-        const char *expected;  // the result record, also when the move fails
-    } cases[] = {
+    // expected: the result record, also when the move fails
+    struct Case { U16 day, month, year, amount, unit; U32 status; const char *expected; } cases[] = {
         {31, 0, 2005, 1, 3, 0, "2005-2-28"},       {31, 0, 2004, 1, 3, 0, "2004-2-29"},
-        {31, 0, 2004, 25, 3, 0, "2006-2-28"},      {15, 11, 2004, 65535, 3, 0, "7466-3-15"},
-        {29, 1, 2004, 1, 4, 0x15604, "2004-2-29"}, {29, 1, 2004, 4, 4, 0, "2008-2-29"},
-        {1, 0, 2000, 65535, 4, 0, "1999-1-1"},     {1, 0, 2000, 2, 2, 0, "2000-1-15"},
+        {15, 11, 2004, 65535, 3, 0, "7466-3-15"},  {29, 1, 2004, 1, 4, 0x15604, "2004-2-29"},
+        {1, 0, 2000, 65535, 4, 0, "1999-1-1"},
         {1, 0, 2000, 40000, 1, 0, "1930-2-1"},    // amounts above 32767 move back
         {1, 0, 2000, 9363, 2, 0, "2000-1-6"},      // 9363 * 7 = 65541, 5 in 16 bits
         {1, 0, 2000, 5000, 2, 0, "1916-5-25"},     // 35000 days, -30536 as a signed count
@@ -237,15 +225,8 @@ TEST(Date, NullPointersAndSmallGetters)
     S16 s = 0;
     EXPECT_EQ(DX_DateGet(nullptr, &v, &v, &v), 0x15605u);
     EXPECT_EQ(DX_DateGet(&d, nullptr, nullptr, nullptr), 0u);
-    EXPECT_EQ(DX_DateGetDayId(nullptr, &v), 0x15605u);
     EXPECT_EQ(DX_DateGetDayId(&d, nullptr), 0x15605u);
-    EXPECT_EQ(DX_DateGetDayOfWeek(&d, nullptr), 0x15605u);
-    EXPECT_EQ(DX_DateGetWeekOfYear(nullptr, &v), 0x15605u);
-    EXPECT_EQ(DX_DateGetWeekOfMonth(&d, nullptr), 0x15605u);
     EXPECT_EQ(DX_DateCompare(&d, nullptr, &s), 0x15605u);
-    EXPECT_EQ(DX_DateCompare(&d, &d, nullptr), 0x15605u);
-    EXPECT_EQ(DX_DateIdentical(&d, &d, nullptr), 0x15605u);
-    EXPECT_EQ(DX_DateOffset(nullptr, 1), 0x15605u);
     EXPECT_EQ(DX_DateLeapYear(2000, nullptr), 0u);
     EXPECT_EQ(DX_DateGetNumDaysInYear(2000, nullptr), 0x15605u);
     v = 42;
@@ -406,8 +387,7 @@ TEST_F(DateFormat, FieldsWidthsAndEscapes)
 {
     DX_DATE year0 = make(1, 0, 0), year65535 = make(31, 11, 65535), poked = jan5;
     poked.month = 12;
-    DX_DATE day0 = jan5, day32 = jan5;
-    day0.day = 0;
+    DX_DATE day32 = jan5;
     day32.day = 32;
     const char signedPair[] = {'%', '\x9C', '\x93', '\0'};  // (-100) * (-109) = 'd' * 'm' with signed chars
     struct Case { const char *format; const DX_DATE *date; U32 status; const char *out; } cases[] = {
@@ -422,10 +402,9 @@ TEST_F(DateFormat, FieldsWidthsAndEscapes)
         {"%14da|%-14da|", &jan5, 0, "   Jan 5, 2005|Jan 5, 2005   |"},
         {"a\\nb\\tc\\%\\\\d\\q", &jan5, 0, "a\nb\tc%\\dq"}, {signedPair, &jan5, 0, "5"},
         {"%YE %ye %dm %my", &year65535, 0, "65535 35 31 11"}, {"%YE %ye", &year0, 0, "0 0"},
-        {"%dm %my", &poked, 0, "5 12"}, {"%dm|%dm", &day0, 0, "0|0"}, {"%dm", &day32, 0, "32"},
+        {"%dm %my", &poked, 0, "5 12"}, {"%dm", &day32, 0, "32"},
         // failures: the output is always cut to nothing
-        {"abc%xx", &jan5, 0x16001, ""}, {"abc\\", &jan5, 0x16001, ""}, {"abc%", &jan5, 0x16001, ""},
-        {"abc%d", &jan5, 0x16001, ""}, {"abc%-5", &jan5, 0x16001, ""}, {"abc%*", &jan5, 0x16001, ""},
+        {"abc%xx", &jan5, 0x16001, ""}, {"abc\\", &jan5, 0x16001, ""}, {"abc%-5", &jan5, 0x16001, ""},
         {"%dw", &year0, 0x1560C, ""},   // no day of week before 1991
         {"%mn", &poked, 0x15B01, ""},   // no 13th month name
         {"%wm", &poked, 0x15602, ""},
@@ -476,7 +455,7 @@ TEST_F(DateFormat, ExtremeWidths)
 TEST_F(DateFormat, CatalogLayoutsAndNulls)
 {
     rqtest::TempDir dir;
-    std::ofstream(dir.file("odd.profile")) << "[datef]\ndate = \"%da\"\nDATE = \"%60dm%60dm\"\n";
+    rqtest::writeFile(dir.file("odd.profile"), "[datef]\ndate = \"%da\"\nDATE = \"%60dm%60dm\"\n");
     HLIST odd = 0;
     ASSERT_EQ(DX_NLSListCreate(&odd, 0, dir.file("odd.profile").c_str()), 0u);
     U32 status = 0;

@@ -1,7 +1,5 @@
-// Recurrence generation: the periods of each kind, the kept odd rules
-// (preparation order, anchor drift, count after whole periods, the sliding
-// month, 29 February), exclusions, bad input, out of memory, the bound on
-// runs that cannot move on, linear work, and agreement with dateutil.
+// Recurrence generation: the kept odd rules, exclusions, bad input, out of
+// memory, linear work, and agreement with dateutil.
 #include "rqtest.h"
 
 #include "rqcore/date.h"
@@ -13,9 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -95,36 +91,18 @@ U32 run(const DX_RECUR &r, std::string *out, U32 maxCount = 0, U32 flags = 1)
 
 TEST(Recur, PeriodsAndKeptRules)
 {
-    // Worked out by hand from a 2005 calendar (3 January 2005 was a Monday).
-    struct Case {
-        const char *what;
-        U16 kind, interval;
-        Ymd start, end;
-        std::vector<U16> days, excludedWd;
-        U32 maxCount;
-        const char *expected;
-    } cases[] = {
-        {"weekly count after whole weeks", 2, 1, {2005, 1, 3}, {2005, 3, 1}, {1, 3, 5}, {}, 2,
-         "20050103 20050105 20050107"},
-        {"week of seven days from a Thursday anchor", 2, 1, {2005, 1, 6}, {2005, 1, 16}, {1, 4}, {}, 0,
-         "20050106 20050110 20050113"},
+    // Rules the dateutil comparison cannot reach; 3 January 2005 was a Monday.
+    struct Case { const char *what; U16 kind, interval; Ymd start, end; std::vector<U16> days, excludedWd;
+                  U32 maxCount; const char *expected; } cases[] = {
         {"sliding month from the 15th", 3, 1, {2005, 1, 15}, {2005, 3, 20}, {0, 14}, {}, 0,
          "20050115 20050201 20050215 20050301 20050315"},
         // 31 Jan -> 28 Feb -> 28 Mar: the anchor drifts to the shortest day
         // met, and each period ends the day before the next anchor.
         {"anchor drift", 3, 1, {2005, 1, 31}, {2005, 4, 30}, {27, 30}, {}, 0,
          "20050131 20050228 20050328 20050331 20050428"},
-        {"monthly count after whole months", 3, 1, {2005, 1, 1}, {2005, 12, 31}, {0, 9, 19}, {}, 1,
-         "20050101 20050110 20050120"},
-        {"fifth Monday is the last; the 4th is not", 4, 2, {2005, 1, 1}, {2005, 5, 31}, {28 + 1, 21 + 3}, {}, 0,
-         "20050126 20050131 20050323 20050328 20050525 20050530"},
-        {"29 February only in leap years", 5, 1, {2004, 2, 29}, {2016, 12, 31}, {}, {}, 0,
-         "20040229 20080229 20120229 20160229"},
-        // Interval 0, or a step of 40000 days taken backwards: the first period only.
-        {"interval 0, daily", 1, 0, {2005, 1, 1}, {2005, 1, 9}, {}, {}, 0, "20050101"},
+        // A step that does not move on: the first period only.
         {"interval 0, weekly", 2, 0, {2005, 1, 3}, {2005, 3, 1}, {1, 2}, {}, 0, "20050103 20050104"},
         {"interval 0, yearly", 5, 0, {2005, 1, 3}, {2009, 3, 1}, {}, {}, 0, "20050103"},
-        {"step of 40000 days", 1, 40000, {2005, 1, 1}, {2200, 1, 1}, {}, {}, 0, "20050101"},
         {"end before start: daily runs the first period", 1, 1, {2005, 1, 9}, {2005, 1, 1}, {}, {}, 0, "20050109"},
         {"end before start: weekly cut at once", 2, 1, {2005, 1, 9}, {2005, 1, 1}, {0, 1}, {}, 0, ""},
         {"last year of the 16-bit range, yearly", 5, 10000, {40000, 6, 1}, {65535, 12, 31}, {}, {}, 0,
@@ -136,8 +114,6 @@ TEST(Recur, PeriodsAndKeptRules)
          "655351230 655351231"},
         {"last month of the 16-bit range, sliding month", 3, 1, {65535, 12, 1}, {65535, 12, 31}, {30}, {}, 0,
          "655351231"},
-        {"all weekdays excluded: runs to the end, produces nothing", 1, 1, {2005, 1, 1}, {2006, 1, 1}, {},
-         {0, 1, 2, 3, 4, 5, 6}, 0, ""},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
@@ -220,28 +196,17 @@ TEST(Recur, BadInput)
     Recur badStart(1, 1, {2005, 1, 1}, {2005, 3, 1});
     badStart.r.start.day = 31;
     badStart.r.start.month = 1;  // 31 February
-    HLIST good = 0, data8 = 0, id4 = 0, none = 0;
+    HLIST good = 0, data8 = 0, none = 0;
     ASSERT_EQ(DX_ListCreate(&good, 2, 24, 8, nullptr, nullptr), 0u);
     ASSERT_EQ(DX_ListCreate(&data8, 2, 8, 8, nullptr, nullptr), 0u);
-    ASSERT_EQ(DX_ListCreate(&id4, 4, 24, 8, nullptr, nullptr), 0u);
-    struct Case {
-        const char *what;
-        const DX_RECUR *r;
-        U32 flags;
-        HLIST list;
-        U32 status;
-        const char *expected;
-    } cases[] = {
+    struct Case { const char *what; const DX_RECUR *r; U32 flags; HLIST list; U32 status; const char *expected; };
+    Case cases[] = {
         {"flags 0", &daily.r, 0, 0, 0x15607, ""},
-        {"flag 4 alone", &daily.r, 4, 0, 0x15607, ""},
         {"reused list of 8-byte data", &daily.r, 2, data8, 0x15609, ""},
-        {"reused list of 4-byte ids", &daily.r, 2, id4, 0x15609, ""},
         {"reused handle 0", &daily.r, 2, none, 0x15608, ""},
         {"flag 1 wins over a bad reused list", &daily.r, 3, data8, 0, "20050101 20050102 20050103"},
         {"unknown kind, no list: step 2's code", &unknown.r, 0, 0, 0x15607, ""},
         {"unknown kind, created list: ends with the unit's code", &unknown.r, 1, 0, 0x15606, ""},
-        {"unknown kind, reused list", &unknown.r, 2, good, 0x15606, ""},
-        {"no days list, no output: step 2's code", &weeklyNoDays.r, 0, 0, 0x15607, ""},
         {"no days list, list ready: goes on, no day", &weeklyNoDays.r, 1, 0, 0, ""},
         {"4-byte days ids, list ready: no day", &weeklyWide.r, 1, 0, 0, ""},
         {"weekday before 1991", &old.r, 1, 0, 0x1560C, ""},
@@ -278,17 +243,15 @@ TEST(Recur, BadInput)
     DX_ListGetElemNum(good, &n);
     EXPECT_EQ(n, 65744u);  // from Python: (date(2170, 12, 31) - date(1991, 1, 1)).days + 1
     EXPECT_EQ(dates(good).size(), 65744u * 9 - 1);
-    for (HLIST *h : {&good, &data8, &id4})
+    for (HLIST *h : {&good, &data8})
         DX_ListDestroy(h);
 }
 
 TEST(Recur, OutOfMemory)
 {
     Recur r(4, 1, {2005, 1, 1}, {2005, 12, 31}, {29, 4});
-    HLIST excluded = 0;
-    ASSERT_EQ(DX_ListCreate(&excluded, 24, 0, 0, nullptr, nullptr), 0u);
-    r.owned.push_back(excluded);
-    r.r.excludedDates = excluded;
+    HLIST excluded = codes({}, 24);
+    r.owned.push_back(r.r.excludedDates = excluded);
     std::string full;
     ASSERT_EQ(run(r.r, &full), 0u);
     ASSERT_EQ(full.substr(0, 8), "20050106");  // the first Thursday, excluded below
@@ -314,55 +277,43 @@ TEST(Recur, WorkGrowsLinearly)
 {
     auto allocations = [](U16 years) {
         Recur r(4, 1, {2005, 1, 1}, {static_cast<U16>(2005 + years - 1), 12, 31}, {29});
-        HLIST excluded = 0;
-        EXPECT_EQ(DX_ListCreate(&excluded, 24, 0, 0, nullptr, nullptr), 0u);
-        r.owned.push_back(excluded);
-        r.r.excludedDates = excluded;
+        r.owned.push_back(r.r.excludedDates = codes({}, 24));
         for (U16 y = 2005; y < 2005 + years; ++y) {  // every 1 January: none is a last Monday
             DX_DATE d = date({y, 1, 1});
-            DX_ListAddLast(excluded, &d, nullptr);
+            DX_ListAddLast(r.r.excludedDates, &d, nullptr);
         }
-        return rqtest::allocationSweep([&] {
-            std::string s;
-            return run(r.r, &s, 0, 5);
-        }, [](U32) {});
+        std::string s;
+        return rqtest::allocationSweep([&] { return run(r.r, &s, 0, 5); }, [](U32) {});
     };
     int small = allocations(10), large = allocations(100);
     EXPECT_EQ(small, 2 + 120);
     EXPECT_EQ(large, 2 + 1200);
 }
 
-// ---- Agreement with dateutil's rrule ----
-//
-// Random rules (fixed seed) against tests/data/recur_reference.py: kinds 1,
-// 2, 4 and 5 from any start, kind 3 only from the 1st of a month.  The
-// defined differences, each modelled or avoided:
-//  - kind 3 from another day slides (periods from the anchor to the day before
-//    the same day a month later, the anchor drifting to the shortest month-end
-//    met); rrule's BYMONTHDAY works in calendar months.  Not compared.
-//  - maxCount is compared after whole periods (kind 2 weeks, kinds 3 and 4
-//    months); rrule's COUNT stops exactly.  The script counts per period.
-//  - kind 4 codes 28..34 are "the last such weekday" (rrule -1), not "the
-//    fifth"; codes 0..27 are +1..+4.
-//  - kinds 3 and 4 run a month only while the anchor (clamped month by month)
-//    is not after the end; the script stops where the drifted anchor passes it.
-//  - kind 2 weeks start on the anchor's weekday: rrule's WKST is set to it.
-//  - kind 5 from 29 February produces in leap years only, as rrule does.
-//  - kinds 1 and 5 produce the start even when the end is before it: ends are
-//    drawn after starts.  Excluded weekdays and dates are filtered by the script.
+// Random rules (fixed seed) against tests/data/recur_reference.py, which
+// models the defined differences from rrule (count after whole periods, the
+// last-weekday codes, the week's start); kind 3 only from the 1st of a month
+// (the sliding month is not rrule's), ends drawn after starts.
 TEST(Recur, AgreesWithDateutil)
 {
     if (std::system("python3 -c 'import dateutil.rrule' >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "python3 with dateutil not available";
     std::mt19937 rng(20050629);
     auto pick = [&](int lo, int hi) { return static_cast<U16>(std::uniform_int_distribution<int>(lo, hi)(rng)); };
-    auto join = [](const std::vector<std::string> &v) {
+    auto join = [](const auto &v) {
         std::string s;
         for (const auto &x : v)
-            s += (s.empty() ? "" : ",") + x;
+            s.append(s.empty() ? "" : ",").append(x);
         return s.empty() ? std::string("-") : s;
     };
+    auto numbers = [](const std::vector<U16> &v) {
+        std::vector<std::string> s;
+        for (U16 x : v)
+            s.push_back(std::to_string(x));
+        return s;
+    };
     std::vector<std::string> lines, ours;
+    std::string input;
     for (int i = 0; i < 400; ++i) {
         U16 kind = static_cast<U16>(1 + i % 5), len = 0;
         Ymd s{pick(1991, 2120), pick(1, 12), 1};
@@ -381,7 +332,7 @@ TEST(Recur, AgreesWithDateutil)
         U32 maxCount = pick(0, 2) == 0 ? pick(1, 12) : 0;
         Recur r(kind, interval, s, {end.year, static_cast<U16>(end.month + 1), end.day}, days, wd);
         // Random excluded dates in the range, as DX_DateSet records.
-        std::vector<std::string> excluded, dayText, wdText;
+        std::vector<std::string> excluded;
         r.owned.push_back(r.r.excludedDates = codes({}, 24));
         for (int k = pick(0, 6); k > 0; --k) {
             DX_DATE x = r.r.start;
@@ -393,29 +344,23 @@ TEST(Recur, AgreesWithDateutil)
         std::string got;
         EXPECT_EQ(run(r.r, &got, maxCount, 1 | 4), 0u);
         ours.push_back(got);
-        for (U16 x : days)
-            dayText.push_back(std::to_string(x));
-        for (U16 x : wd)
-            wdText.push_back(std::to_string(x));
-        lines.push_back(std::to_string(kind) + " " + std::to_string(interval) + " " + text(r.r.start) + " " +
-                        text(r.r.end) + " " + std::to_string(maxCount) + " " + join(dayText) + " " + join(wdText) +
-                        " " + join(excluded));
+        lines.push_back(std::to_string(kind).append(" ").append(std::to_string(interval)).append(" ")
+                            .append(text(r.r.start)).append(" ").append(text(r.r.end)).append(" ")
+                            .append(std::to_string(maxCount)).append(" ").append(join(numbers(days))).append(" ")
+                            .append(join(numbers(wd))).append(" ").append(join(excluded)));
+        input.append(lines.back()).append("\n");
     }
     rqtest::TempDir dir;
-    std::string input;
-    for (const auto &l : lines)
-        input += l + "\n";
-    std::ofstream(dir.file("in")) << input;
-    ASSERT_EQ(std::system(("python3 '" RQ_TEST_DATA_DIR "/recur_reference.py' < '" + dir.file("in") + "' > '" +
-                           dir.file("out") + "'").c_str()), 0);
-    std::istringstream in(rqtest::readFile(dir.file("out")));
-    size_t i = 0, produced = 0;
-    for (std::string want; std::getline(in, want) && i < ours.size(); ++i) {
+    rqtest::writeFile(dir.file("in"), input);
+    std::vector<std::string> want = rqtest::splitLines(rqtest::commandOutput(
+        std::string("python3 '" RQ_TEST_DATA_DIR "/recur_reference.py' < '").append(dir.file("in")).append("'")));
+    ASSERT_EQ(want.size(), ours.size());
+    size_t produced = 0;
+    for (size_t i = 0; i < ours.size(); ++i) {
         SCOPED_TRACE(lines[i]);
-        EXPECT_EQ(ours[i], want);
-        produced += static_cast<size_t>(std::count(want.begin(), want.end(), ' ')) + !want.empty();
+        EXPECT_EQ(ours[i], want[i]);
+        produced += static_cast<size_t>(std::count(want[i].begin(), want[i].end(), ' ')) + !want[i].empty();
     }
-    EXPECT_EQ(i, ours.size());
     EXPECT_GT(produced, 5000u);  // the sample is not trivially empty
 }
 

@@ -1,6 +1,5 @@
-// Times and local times: setting and reading, time IDs (against Python's
-// datetime), offsets, the printers' words and buffer accounting, and local
-// times converted through an in-memory zone (against Python's zoneinfo).
+// Times and local times: time IDs against Python's datetime, the printers,
+// and local times through an in-memory zone against Python's zoneinfo.
 #include "rqtest.h"
 
 #include "rqcore/date.h"
@@ -64,8 +63,7 @@ TEST(Time, SetValidatesInOrderAndResetsTheCallersDate)
     // A refused time resets the caller's own date to 1 January 1991 and the
     // time's seconds to 0; the checks run hour, minute, second.
     struct Case { U16 h, mi, s; U32 status; } cases[] = {
-        {0, 0, 0, 0},          {23, 59, 59, 0},      {12, 0, 1, 0},         {24, 60, 60, 0x15C01},
-        {23, 60, 60, 0x15C02}, {23, 59, 60, 0x15C03}, {0xFFFF, 0, 0, 0x15C01}, {0, 0xFFFF, 0, 0x15C02},
+        {0, 0, 0, 0}, {23, 59, 59, 0}, {24, 60, 60, 0x15C01}, {23, 60, 60, 0x15C02}, {23, 59, 60, 0x15C03},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.h << ":" << c.mi << ":" << c.s);
@@ -97,8 +95,7 @@ TEST(Time, TimeIdEdges)
 {
     // Expected values from Python: datetime(1991, 1, 1) + timedelta(seconds=id).
     struct Case { U32 id; const char *when; } cases[] = {
-        {0, "1991-01-01 00:00:00"},        {86399, "1991-01-01 23:59:59"}, {86400, "1991-01-02 00:00:00"},
-        {31535999, "1991-12-31 23:59:59"}, {32767u * 86400 + 86399, "2080-09-17 23:59:59"},
+        {0, "1991-01-01 00:00:00"}, {32767u * 86400 + 86399, "2080-09-17 23:59:59"},
         // From 32768 days on the day count goes through a signed 16-bit offset
         // and runs backwards from 1991 (callers rely on this exact result):
         // timedelta(days=days - 65536).
@@ -158,7 +155,6 @@ TEST(Time, OffsetMovesByElapsedSecondsAndNeverFailsBeforeTheEpoch)
     struct Case { DX_TIME t; S32 by; const char *to; } cases[] = {
         {makeTime(31, 11, 1999, 23, 59, 59), 1, "2000-01-01 00:00:00"},
         {makeTime(1, 2, 2004, 0, 0, 0), -1, "2004-02-29 23:59:59"},
-        {makeTime(1, 0, 1991, 12, 0, 0), 86400 * 366, "1992-01-02 12:00:00"},
         // Before the epoch the sum is taken as an unsigned time ID: 0x15C04 is
         // noted but overwritten, so the call succeeds (callers rely on it).
         // 4294967286 s = 49710 days; through the 16-bit offset, -15826 days.
@@ -221,7 +217,6 @@ TEST(TimeFormat, Words)
         // Unknown words fail with the date printer's code; a lone backslash
         // at the end with the time code; the output is cut to empty.
         {"ok %xx", morning, 0x16001, ""},
-        {"ok %h", morning, 0x16001, ""},
         {"ok %", morning, 0x16001, ""},
         {"ok \\", morning, 0x15D01, ""},
     };
@@ -281,7 +276,6 @@ TEST(TimeFormat, FreePlaceAccountingAndCat)
     // NUL one more: "ab" needs 2 + 2 + 1, "%h2" 1 + 1 + 1.
     capacitySweep("ab", "ab", 0x15D02, 5, print);
     capacitySweep("%h2", "9", 0x15D02, 3, print);
-    capacitySweep("%*h2:%mi", " 9:05", 0x15D02, 9, print);
     capacitySweep("%YE", "2005", 0x15D02, 6, print);
 
     char buffer[12] = "at ";
@@ -318,13 +312,11 @@ TEST(LocalTimeFormat, ZoneWords)
         {"EST5EDT", 11, "%tz|%zt|%-5tz|%6TZ", 0, "EDT|EDT|EDT  |EST5EDT"},
         {"EST5EDT", 12, "[%tz]", 0, "[]"},
         {"EST5", 11, "[%tz]", 0, "[]"},
-        {"GMT0BST", 11, "%tz", 0, "BST"},
         // Daylight time skips only capitals then digits: a sign or minutes in
         // the offset leave an empty text (callers rely on it), whereas the
         // zone rules read the offset whole.
         {"CET-1CEST", 11, "[%tz]", 0, "[]"},
         {"CET-1CEST", 10, "[%tz]", 0, "[CET]"},
-        {"NST3:30NDT", 11, "[%tz]", 0, "[]"},
         {"ABCDEFGHIJKLMNOPQRS", 10, "%tz", 0, "ABCDEFGHIJKLMNOPQRS"},
         // Time and date words pass down; "*" is not read here, so "%*TZ"
         // hands "*T" down, where it is refused.
@@ -343,7 +335,6 @@ TEST(LocalTimeFormat, ZoneWords)
     DX_LOCALTIME l = makeLocal("EST5EDT", 11, t);
     auto print = [&](char *b, U32 size, const char *format) { return DX_LocalTimeFormat(b, size, format, &l, 0, nullptr); };
     capacitySweep("%tz", "EDT", 0x15F02, 5, print);
-    capacitySweep("z%mi", "z05", 0x15F02, 6, print);
     char buffer[20] = "t=";
     EXPECT_EQ(DX_LocalTimeFormatCat(buffer, sizeof buffer, "%TZ", &l, 0, nullptr), 0u);
     EXPECT_EQ(std::string(buffer), "t=EST5EDT");
@@ -378,8 +369,7 @@ TEST(LocalTime, SetChecksTheTypeInForce)
         {makeTime(27, 2, 2005, 1, 59, 59), 10, 0}, {makeTime(27, 2, 2005, 1, 59, 59), 11, 0x16101},
         {makeTime(27, 2, 2005, 2, 0, 0), 10, 0x15704},  // the skipped hour
         {makeTime(27, 2, 2005, 2, 59, 59), 11, 0x15704}, {makeTime(27, 2, 2005, 3, 0, 0), 11, 0},
-        {makeTime(27, 2, 2005, 3, 0, 0), 10, 0x16101}, {makeTime(30, 9, 2005, 1, 59, 0), 11, 0},
-        {makeTime(30, 9, 2005, 1, 59, 0), 10, 0x16101},
+        {makeTime(30, 9, 2005, 1, 59, 0), 11, 0},
         {makeTime(30, 9, 2005, 2, 0, 0), 10, 0},  // the doubled hour takes either
         {makeTime(30, 9, 2005, 2, 59, 0), 11, 0}, {makeTime(30, 9, 2005, 2, 30, 0), 12, 0},
         {makeTime(30, 9, 2005, 3, 0, 0), 10, 0}, {makeTime(30, 9, 2005, 3, 0, 0), 11, 0x16101},
@@ -411,43 +401,20 @@ TEST(LocalTime, SetChecksTheTypeInForce)
     EXPECT_EQ(DX_LocalTimeGet(nullptr, nullptr, nullptr, nullptr, nullptr), 0x15605u);
 }
 
-TEST(LocalTime, ConversionsAroundTheChangesOfClocks)
+TEST(LocalTime, ConversionsRefuseAndLeaveTheResult)
 {
+    // The conversions themselves are checked against zoneinfo below.
     Zone zone;
     ASSERT_EQ(zone.status, 0u);
-    struct Case { DX_TIME local; U32 type; U32 status; const char *utc; } toUtc[] = {
-        // The record's type decides the doubled hour.
-        {makeTime(30, 9, 2005, 2, 30, 0), 11, 0, "2005-10-30 00:30:00"},
-        {makeTime(30, 9, 2005, 2, 30, 0), 10, 0, "2005-10-30 01:30:00"},
-        {makeTime(30, 9, 2005, 2, 30, 0), 12, 0x15703, "2000-01-01 00:00:00"},
-        {makeTime(15, 6, 2005, 12, 0, 0), 10, 0x15702, "2000-01-01 00:00:00"},  // wrong type
-    };
-    for (const Case &c : toUtc) {
-        SCOPED_TRACE(show(c.local) + " type " + std::to_string(c.type));
-        DX_LOCALTIME l = makeLocal("CET-1CEST", c.type, c.local);
-        DX_TIME utc = makeTime(1, 0, 2000, 0, 0, 0);
-        EXPECT_EQ(DX_LocalTimeGetUTC(&l, &utc, zone.rules), c.status);
-        EXPECT_EQ(show(utc), c.utc);
-    }
-    struct Back { DX_TIME utc; const char *local; U32 type; } fromUtc[] = {
-        {makeTime(27, 2, 2005, 0, 59, 59), "2005-03-27 01:59:59", 10},  // last standard second
-        {makeTime(27, 2, 2005, 1, 0, 0), "2005-03-27 03:00:00", 11},
-        {makeTime(30, 9, 2005, 0, 30, 0), "2005-10-30 02:30:00", 11},  // the doubled hour, twice
-        {makeTime(30, 9, 2005, 1, 30, 0), "2005-10-30 02:30:00", 10},
-        {makeTime(30, 9, 2005, 2, 0, 0), "2005-10-30 03:00:00", 10},
-    };
-    for (Back &c : fromUtc) {
-        SCOPED_TRACE(show(c.utc));
-        DX_LOCALTIME l = makeLocal("", 0, makeTime(1, 0, 2000, 0, 0, 0));
-        EXPECT_EQ(DX_LocalTimeSetFromUTC(&l, &c.utc, "CET-1CEST", zone.rules), 0u);
-        EXPECT_EQ(show(l.time), c.local);
-        EXPECT_EQ(l.type, c.type);
-        EXPECT_STREQ(l.zoneName, "CET-1CEST");
-    }
-    DX_LOCALTIME l = makeLocal("CET-1CEST", 10, makeTime(1, 0, 2000, 0, 0, 0));
-    DX_TIME utc = makeTime(1, 0, 2005, 0, 0, 0);
+    DX_TIME utc = makeTime(1, 0, 2000, 0, 0, 0);
+    DX_LOCALTIME both = makeLocal("CET-1CEST", 12, makeTime(30, 9, 2005, 2, 30, 0));
+    DX_LOCALTIME l = makeLocal("CET-1CEST", 10, makeTime(15, 6, 2005, 12, 0, 0));  // the wrong type
+    EXPECT_EQ(DX_LocalTimeGetUTC(&both, &utc, zone.rules), 0x15703u);
+    EXPECT_EQ(show(utc), "2000-01-01 00:00:00");
+    EXPECT_EQ(DX_LocalTimeGetUTC(&l, &utc, zone.rules), 0x15702u);
+    EXPECT_EQ(show(utc), "2000-01-01 00:00:00");
     EXPECT_EQ(DX_LocalTimeSetFromUTC(&l, &utc, "NOPE0", zone.rules), 0x15705u);
-    EXPECT_EQ(show(l.time), "2000-01-01 00:00:00");
+    EXPECT_EQ(show(l.time), "2005-07-15 12:00:00");
     EXPECT_EQ(DX_LocalTimeSetFromUTC(&l, nullptr, nullptr, zone.rules), 0x15605u);
     EXPECT_EQ(DX_LocalTimeGetUTC(&l, nullptr, zone.rules), 0x15605u);
 }
@@ -458,11 +425,8 @@ TEST(LocalTime, OffsetIsElapsedTimeAcrossAChangeOfClocks)
     ASSERT_EQ(zone.status, 0u);
     struct Case { DX_TIME from; U32 type; S32 by; const char *to; U32 toType; } cases[] = {
         {makeTime(27, 2, 2005, 1, 30, 0), 10, 3600, "2005-03-27 03:30:00", 11},
-        {makeTime(27, 2, 2005, 3, 30, 0), 11, -3600, "2005-03-27 01:30:00", 10},
         {makeTime(30, 9, 2005, 2, 30, 0), 11, 3600, "2005-10-30 02:30:00", 10},
-        {makeTime(30, 9, 2005, 1, 30, 0), 11, 2 * 3600, "2005-10-30 02:30:00", 10},
         {makeTime(30, 9, 2005, 2, 30, 0), 10, -3600, "2005-10-30 02:30:00", 11},
-        {makeTime(26, 2, 2005, 12, 0, 0), 10, 86400, "2005-03-27 13:00:00", 11},
         {makeTime(30, 9, 2005, 2, 30, 0), 12, 60, "2005-10-30 02:30:00", 12},  // 0x15703, unmoved
     };
     for (const Case &c : cases) {
