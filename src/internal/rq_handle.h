@@ -14,6 +14,9 @@
 namespace rq::handle {
 
 RQHANDLE alloc(U32 size) noexcept;
+// The same, handing back the new block's address as well (what lock() of
+// the handle gives), so that a caller filling the block looks nothing up.
+RQHANDLE alloc(U32 size, void **address) noexcept;
 U32 release(RQHANDLE handle) noexcept;
 
 #if UINTPTR_MAX == 0xFFFFFFFFu

@@ -265,14 +265,11 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
     uint64_t size = 4ull + h.dataSize + pad4(h.dataSize) + h.idSize + kElementSlack;
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
+    void *block;
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size), &block);
     if (handle == 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    U8 *e = static_cast<U8 *>(rq::handle::lock(handle));
-    if (e == nullptr) {
-        rq::handle::release(handle);
-        return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    }
+    U8 *e = static_cast<U8 *>(block);  // what MemLock of the new handle gives
     if (h.dataSize == 4 && h.idSize == 4 && data != nullptr) {
         // The common 32-bit cell, written in line with no call left for
         // which to keep registers.

@@ -21,6 +21,13 @@ namespace rq::handle {
 
 #if UINTPTR_MAX == 0xFFFFFFFFu
 
+RQHANDLE alloc(U32 size, void **address) noexcept
+{
+    void *block = RQ_MALLOC(size);
+    *address = block;
+    return static_cast<RQHANDLE>(reinterpret_cast<uintptr_t>(block));
+}
+
 RQHANDLE alloc(U32 size) noexcept
 {
     return static_cast<RQHANDLE>(reinterpret_cast<uintptr_t>(RQ_MALLOC(size)));
@@ -194,15 +201,25 @@ void takeBack(RQHANDLE h, Slot *slot) noexcept
 
 }  // namespace
 
-RQHANDLE alloc(U32 size) noexcept
+RQHANDLE alloc(U32 size, void **address) noexcept
 {
+    *address = nullptr;
     void *block = RQ_MALLOC(size);
     if (block == nullptr)
         return 0;
     RQHANDLE h = issue(block);
-    if (h == 0)
+    if (h == 0) {
         RQ_FREE(block);
+        return 0;
+    }
+    *address = block;
     return h;
+}
+
+RQHANDLE alloc(U32 size) noexcept
+{
+    void *address;
+    return alloc(size, &address);
 }
 
 U32 release(RQHANDLE handle) noexcept
