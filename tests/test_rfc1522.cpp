@@ -163,6 +163,40 @@ TEST_F(Rfc1522, RandomTextRoundTripsInSeveralSets)
             }
 }
 
+TEST_F(Rfc1522, ShiftingSetsSwitchOncePerRunAndEndEachWordInAscii)
+{
+    // Each word must decode on its own and end in ASCII; within a word the
+    // set is switched once per run of Japanese text, not per character.
+    if (std::system("python3 -c 'import base64, quopri' >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "python3 is not available";
+    std::string text;
+    for (int i = 0; i < 6; ++i)
+        text += "\xE4\xBC\x9A\xE8\xAD\xB0 Meeting \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE"
+                "\xE3\x83\x86\xE3\x82\xAD\xE3\x82\xB9\xE3\x83\x88 2026 ";
+    rqtest::TempDir dir;
+    const std::string check = dir.path() + "/check.py";
+    rqtest::writeFile(check,
+                      "import base64, quopri, sys\n"
+                      "text, bad = '', 0\n"
+                      "for w in sys.stdin.read().split():\n"
+                      "    cs, enc, data = w[2:-2].split('?')\n"
+                      "    b = base64.b64decode(data) if enc == 'B' else quopri.decodestring(data.encode(), header=True)\n"
+                      "    t = b.decode('iso2022_jp')\n"
+                      "    runs = sum(1 for i, c in enumerate(t) if ord(c) > 127 and (i == 0 or ord(t[i - 1]) < 128))\n"
+                      "    bad += b.count(b'\\x1b$B') != runs or (runs > 0 and not b.endswith(b'\\x1b(B') and ord(t[-1]) > 127)\n"
+                      "    text += t\n"
+                      "sys.stdout.write('%d ' % bad + text)\n");
+    for (char encoding : {'B', 'Q'}) {
+        SCOPED_TRACE(encoding);
+        Result r = encode(text, "ISO-2022-JP", encoding);
+        ASSERT_EQ(r.status, 0u);
+        rqtest::writeFile(dir.path() + "/words", r.text);
+        EXPECT_EQ(rqtest::commandOutput(std::string("python3 ").append(check).append(" < ").append(dir.path()).append("/words")),
+                  std::string("0 ").append(text));
+        EXPECT_EQ(decode(r.text).text, text);
+    }
+}
+
 TEST_F(Rfc1522, LongWordsAndManyWordsStayLinear)
 {
     // A 100,000-character word; 5,000 words in two alternating sets: the

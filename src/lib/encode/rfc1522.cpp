@@ -3,6 +3,7 @@
 #define RQ_SOURCE_TAG "src/lib/core/lib/encode/rfc1522"
 #include "internal/rq_mem.h"
 #include "lib/encode/encode_internal.h"
+#include "lib/unicode/unicode_internal.h"
 #include "rqcore/encode.h"
 #include "rqcore/unicode.h"
 
@@ -431,44 +432,78 @@ U32 encodeText(const char *mapDirectory, const char *utf8, std::string_view char
     if (rc != 0)
         return ENCODE_ERR_BADTEXT;
     rq::Block<UNICODE_CHAR> owned(unicode);
-    Text word;  // the target-set bytes of the word being filled
-    size_t wordLength = 0;
-    for (const UNICODE_CHAR *u = unicode; *u != 0;) {
-        // One character at a time, a surrogate pair as one, so no word ends
-        // inside a character.
-        UNICODE_CHAR one[3] = {u[0], 0, 0};
-        size_t units = 1;
-        if (u[0] >= 0xD800 && u[0] < 0xDC00 && u[1] >= 0xDC00 && u[1] < 0xE000) {
-            one[1] = u[1];
-            units = 2;
+    // A converter with shift states (ISO-2022) writes a character's escape
+    // sequences again at every call.  For such a set a word is converted as
+    // one run, so that it switches sets once per run of text and ends back
+    // in its initial state, as every encoded word must; the run is converted
+    // again for each character added, which words of at most 75 bytes keep
+    // linear in the text.
+    const bool shifting = to->fromUnicode == UNICODE_ConvertFromUnicode_iso2022;
+    // Converts [from, end) and appends the bytes to `into`; false with
+    // *status set when that fails (ENCODE_ERR_LONG_CHARSET: more bytes than
+    // any word holds).
+    auto convert = [&](const UNICODE_CHAR *from, const UNICODE_CHAR *end, Text &into, U32 *status) noexcept {
+        UNICODE_CHAR run[2 * kMaxWord + 3];
+        size_t units = static_cast<size_t>(end - from);
+        if (units >= sizeof run / sizeof run[0]) {
+            *status = ENCODE_ERR_LONG_CHARSET;
+            return false;
         }
-        unsigned char bytes[32];
+        std::memcpy(run, from, units * sizeof(UNICODE_CHAR));
+        run[units] = 0;
+        unsigned char bytes[4 * kMaxWord];
         U32 size = sizeof bytes;
-        const UNICODE_CHAR *end = nullptr;
-        rc = UNICODE_ConvertFromUnicode(to, one, reinterpret_cast<char *>(bytes), &size, &end, 0);
-        if (rc == UNICODE_ERR_MEMORY)
-            return ENCODE_ERR_NOMEM;
-        if (rc != 0)
-            return ENCODE_ERR_BADTEXT;
+        const UNICODE_CHAR *stop = nullptr;
+        U32 converted = UNICODE_ConvertFromUnicode(to, run, reinterpret_cast<char *>(bytes), &size, &stop, 0);
+        if (converted != 0) {
+            *status = converted == UNICODE_ERR_MEMORY ? U32{ENCODE_ERR_NOMEM} : U32{ENCODE_ERR_BADTEXT};
+            return false;
+        }
+        if (stop != nullptr && stop < run + units) {
+            *status = ENCODE_ERR_LONG_CHARSET;
+            return false;
+        }
         size_t got = size;
         while (got > 0 && bytes[got - 1] == 0)
             --got;
-        size_t added = encoding == 'Q' ? encodedLength(bytes, got, 'Q') : 0;
-        size_t nextLength = encoding == 'B' ? (word.size() + got + 2) / 3 * 4 : wordLength + added;
-        if (nextLength > room) {
+        if (!into.append(bytes, got)) {
+            *status = ENCODE_ERR_NOMEM;
+            return false;
+        }
+        return true;
+    };
+    Text word;  // the target-set bytes of the word being filled
+    Text next;  // the word with one more character
+    const UNICODE_CHAR *wordStart = unicode;
+    for (const UNICODE_CHAR *u = unicode; *u != 0;) {
+        // One character at a time, a surrogate pair as one, so no word ends
+        // inside a character.
+        size_t units = u[0] >= 0xD800 && u[0] < 0xDC00 && u[1] >= 0xDC00 && u[1] < 0xE000 ? 2 : 1;
+        next.clear();
+        U32 status = 0;
+        bool ok = shifting ? convert(wordStart, u + units, next, &status)
+                           : next.append(word.data(), word.size()) && convert(u, u + units, next, &status);
+        if (!ok && status == 0)
+            return ENCODE_ERR_NOMEM;
+        if (!ok && status != ENCODE_ERR_LONG_CHARSET)
+            return status;
+        const auto *nextBytes = reinterpret_cast<const unsigned char *>(next.data());
+        if (!ok || encodedLength(nextBytes, next.size(), encoding) > room) {
             if (word.size() == 0)
                 return ENCODE_ERR_LONG_CHARSET;  // not even one character fits
             if (!writeWord(out, charset, encoding, reinterpret_cast<const unsigned char *>(word.data()), word.size()))
                 return ENCODE_ERR_NOMEM;
-            word.clear();
-            wordLength = 0;
-            nextLength = encoding == 'B' ? (got + 2) / 3 * 4 : added;
-            if (nextLength > room)
+            wordStart = u;
+            next.clear();
+            if (!convert(u, u + units, next, &status))
+                return status;
+            nextBytes = reinterpret_cast<const unsigned char *>(next.data());
+            if (encodedLength(nextBytes, next.size(), encoding) > room)
                 return ENCODE_ERR_LONG_CHARSET;
         }
-        if (!word.append(bytes, got))
+        word.clear();
+        if (!word.append(next.data(), next.size()))
             return ENCODE_ERR_NOMEM;
-        wordLength = nextLength;
         u += units;
     }
     if (word.size() != 0 &&
