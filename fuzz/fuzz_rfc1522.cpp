@@ -46,8 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     fuzz::LeakGuard guard;
     const char *maps = mapDirectory().c_str();
-    const char *charsets[] = {"UTF-8", "ISO-8859-1", "Shift_JIS", "windows-1252"};
-    const char *charset = charsets[data[0] & 3];
+    const char *charsets[] = {"UTF-8", "ISO-8859-1", "Shift_JIS", "windows-1252",
+                              "ISO-2022-JP", "EUC-JP", "ISO-2022-JP", "UTF-8"};
+    const char *charset = charsets[(data[0] & 3) | ((data[0] >> 1) & 4)];
     char encoding = (data[0] & 4) != 0 ? 'B' : 'Q';
     std::string text(reinterpret_cast<const char *>(data + 1), size - 1);
     text = text.substr(0, text.find('\0'));
