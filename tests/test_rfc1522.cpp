@@ -7,6 +7,7 @@
 #include "rqcore/unicode.h"
 #include "rqsis/rqsis_test.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -223,6 +225,43 @@ TEST_F(Rfc1522, LongWordsAndManyWordsStayLinear)
         SCOPED_TRACE(unit);
         EXPECT_EQ(decode(open).text, open);
     }
+}
+
+TEST_F(Rfc1522, ConvertersAreKeptBetweenCallsAndSharedSafely)
+{
+    // A map is read once, not at every call; threads decoding at once each
+    // get a converter of their own; releasing the pool frees every block.
+    rqtest::LeakCheck leaks;
+    const std::string header = "=?ISO-8859-1?Q?caf=E9?= =?Shift_JIS?B?k/qWe4zq?= =?ISO-2022-JP?B?GyRCRnxLXDhsGyhC?=";
+    const std::string expected = "caf\xC3\xA9\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E";
+    if (!std::ifstream(std::string(kMaps) + "/SHIFTJIS.MAP"))
+        GTEST_SKIP() << "no Shift_JIS map";
+    // Kept: the map can go once its converter is made, until the release.
+    rqtest::TempDir dir;
+    const std::string map = dir.path() + "/SHIFTJIS.MAP";
+    rqtest::writeFile(map, rqtest::readFile(std::string(kMaps) + "/SHIFTJIS.MAP"));
+    const std::string word = "=?Shift_JIS?B?k/qWe4zq?=";
+    auto sjis = [&] {
+        return result([&](char **out) { return ENCODE_FromRFC1522(dir.path().c_str(), word.c_str(), out); }).text;
+    };
+    ENCODE_ReleaseCachedConverters();
+    EXPECT_EQ(sjis(), "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E");
+    std::remove(map.c_str());
+    EXPECT_EQ(sjis(), "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E") << "the converter was kept";
+    ENCODE_ReleaseCachedConverters();
+    EXPECT_EQ(sjis(), word) << "released: the map is read again, and it is gone";
+
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i)
+                if (decode(header).text != expected || encode("caf\xC3\xA9", "ISO-8859-1", 'Q').text != "=?ISO-8859-1?Q?caf=E9?=")
+                    ++wrong;
+        });
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(Rfc1522, AllocationFailures)

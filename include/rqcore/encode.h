@@ -176,6 +176,11 @@ RQ_API S32 ENCODE_strntol(const char *text, U32 count, U32 base) RQ_NOEXCEPT;
  * ENCODE_ERR_LONG_CHARSET, ENCODE_ERR_NOMEM. */
 RQ_API U32 ENCODE_FromRFC1522(const char *mapDirectory, const char *text, char **utf8) RQ_NOEXCEPT;
 RQ_API U32 ENCODE_ToRFC1522(const char *mapDirectory, const char *utf8, const char *charset, char encoding, char **text) RQ_NOEXCEPT;
+/* Both functions keep the converters they made (up to 16) for later calls:
+ * making one reads its map file.  A converter is used by one call at a time.
+ * This releases them all, for a program that changes the map files or the
+ * character-set configuration, or that wants every block freed. */
+RQ_API void ENCODE_ReleaseCachedConverters(void) RQ_NOEXCEPT;
 
 RQ_END_DECLS
 

@@ -1,5 +1,6 @@
 #include "rqtest.h"
 
+#include "rqcore/encode.h"
 #include "rqsis/rqsis_test.h"
 
 #include <iconv.h>
@@ -14,6 +15,9 @@ namespace rqtest {
 
 Live live()
 {
+    // The encoded-word converters kept between calls are released first:
+    // they are a cache, not a leak.
+    ENCODE_ReleaseCachedConverters();
     Live l;
     SIS_TestLiveGet(&l.blocks, &l.bytes);
     return l;
