@@ -94,14 +94,20 @@ static U32 elementDataLength(const Header &h, const void *data) noexcept
     return h.dataSize;
 }
 
+// An element's block size: link, data, padding, identifier and the spare
+// bytes; above UINT32_MAX when the sizes cannot make one.
+static uint64_t elementSize(const Header &h, const void *id, const void *data) noexcept
+{
+    U32 dataLen = elementDataLength(h, data);
+    return 4ull + dataLen + pad4(dataLen) + elementIdLength(h, id) + kElementSlack;
+}
+
 U32 makeElement(const Header &h, RQHANDLE *element, const void *id, const void *data, RQHANDLE next) noexcept
 {
     *element = 0;
     if (id == nullptr)
         return DX_LIST_ERR_ELEMENT_HEADER;
-    U32 dataLen = elementDataLength(h, data);
-    U32 idLen = elementIdLength(h, id);
-    uint64_t size = 4ull + dataLen + pad4(dataLen) + idLen + kElementSlack;
+    uint64_t size = elementSize(h, id, data);
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ELEMENT_HEADER;
     RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
@@ -215,19 +221,14 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
 // Appends to a list holding texts: made as makeElement makes an element.
 [[gnu::noinline]] static U32 appendVarying(Header &h, const void *id, const void *data) noexcept
 {
-    U32 dataLen = elementDataLength(h, data);
-    U32 idLen = elementIdLength(h, id);
-    uint64_t size = 4ull + dataLen + pad4(dataLen) + idLen + kElementSlack;
+    uint64_t size = elementSize(h, id, data);
     if (size > UINT32_MAX)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size));
+    void *block;
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size), &block);
     if (handle == 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    U8 *e = static_cast<U8 *>(rq::handle::lock(handle));
-    if (e == nullptr) {
-        rq::handle::release(handle);
-        return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    }
+    U8 *e = static_cast<U8 *>(block);
     std::memset(e, 0, static_cast<size_t>(size));
     writeContents(h, e, id, data);
     rq::handle::unlock();
