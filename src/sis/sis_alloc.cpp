@@ -16,8 +16,12 @@
 // destructors) uses one shared heap under a lock.
 //
 // Small blocks (container elements, list headers, short texts) come from
-// pools: a free list per 8-byte size class, refilled from 64 KB slabs taken
-// from the C library; the live report finds them by walking the slabs.  A
+// pools: a free list per 8-byte size class, refilled from 64 KB slabs that
+// the allocator maps itself, aligned on their size, so that a block finds
+// its heap from its slab and its header stays 16 bytes (a list element
+// takes 40 bytes in all, where a 32-byte header made it 56: a walk over a
+// long list touches that much less memory).  The live report finds pooled
+// blocks by walking the slabs.  A
 // freed small block is kept for reuse by its class, as the C library keeps
 // its own bins: peak small-block memory stays reserved.  Under
 // AddressSanitizer every block comes from malloc, so that its red zones
@@ -34,34 +38,55 @@
 #include <cstring>
 #include <new>
 
-namespace {
+#include <sys/mman.h>
 
-constexpr uint32_t kLiveMagic = 0x5153424Cu;  // "LBSQ"
-constexpr uint32_t kDeadMagic = 0xDEADB10Cu;
+namespace {
 
 struct Heap;
 
-// Every block's header: 32 bytes on both targets.
+// Every block's header, right before the block: 16 bytes on both targets.
+// `word` holds the block's kind (pooled or large, live or dead) in its high
+// bits and, for a pooled block, its size in the low ones.
 struct alignas(16) Header {
-    size_t size;
     const char *tag;  // once freed: the next chunk in a free or remote list
-    Heap *owner;
     uint32_t line;
-    uint32_t magic;
+    uint32_t word;
 };
 
-// Blocks too large for the pools also sit in their heap's list, so that the
-// live report finds them; pooled blocks are found by walking the slabs.
+constexpr uint32_t kSizeBits = 0x1FFu;  // a pooled size, at most 256
+constexpr uint32_t kPooledLive = 0x5153A000u;
+constexpr uint32_t kPooledDead = 0xDEADA000u;
+constexpr uint32_t kLargeLive = 0x5153C000u;
+constexpr uint32_t kLargeDead = 0xDEADC000u;
+
+uint32_t kindOf(const Header *h) noexcept { return h->word & ~kSizeBits; }
+bool isPooled(const Header *h) noexcept { return kindOf(h) == kPooledLive || kindOf(h) == kPooledDead; }
+bool isLive(const Header *h) noexcept { return kindOf(h) == kPooledLive || kindOf(h) == kLargeLive; }
+
+// Blocks too large for the pools carry their size and heap in front of the
+// header, and sit in their heap's list so that the live report finds them.
 struct alignas(16) Links {
     Links *prev;
     Links *next;
 };
 
-Links *linksOf(Header *h) noexcept { return reinterpret_cast<Links *>(h) - 1; }
-Header *headerAfter(Links *l) noexcept { return reinterpret_cast<Header *>(l + 1); }
+struct alignas(16) Large {
+    Links links;
+    size_t size;
+    Heap *owner;
+};
 
-struct alignas(16) Slab {
+Large *largeOf(Header *h) noexcept { return reinterpret_cast<Large *>(h) - 1; }
+const Large *largeOf(const Header *h) noexcept { return reinterpret_cast<const Large *>(h) - 1; }
+Header *headerAfter(Large *l) noexcept { return reinterpret_cast<Header *>(l + 1); }
+Links *linksOf(Header *h) noexcept { return &largeOf(h)->links; }
+
+size_t sizeOf(const Header *h) noexcept { return isPooled(h) ? h->word & kSizeBits : largeOf(h)->size; }
+
+// A slab starts on a multiple of its size, with the heap that carves it.
+struct alignas(64) Slab {
     Slab *next;
+    Heap *owner;
 };
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -82,6 +107,12 @@ constexpr size_t kPoolMax = 256;  // largest size served from the pools
 constexpr size_t kClassStep = 8;
 constexpr size_t kClassCount = kPoolMax / kClassStep + 1;
 constexpr size_t kSlabBytes = 64 * 1024;
+constexpr size_t kRegionBytes = 16 * kSlabBytes;  // mapped at a time
+
+Slab *slabOf(const Header *h) noexcept
+{
+    return reinterpret_cast<Slab *>(reinterpret_cast<uintptr_t>(h) & ~uintptr_t{kSlabBytes - 1});
+}
 
 // Whether a block of `size` bytes lives in a pool: fixed for a size, so free
 // and realloc know where a block came from by its recorded size.
@@ -170,11 +201,8 @@ void sub(Count &counter, size_t n) noexcept
 
 void markLive(Heap &heap, Header *h, size_t size, const char *tag, uint32_t line) noexcept
 {
-    h->size = size;
     h->tag = tag;
     h->line = line;
-    h->owner = &heap;
-    h->magic = kLiveMagic;
     add(heap.blocks, 1);
     add(heap.bytes, size);
 }
@@ -195,16 +223,48 @@ void unlinkBig(Header *h) noexcept
     l->next->prev = l->prev;
 }
 
-// A chunk of class `cls`; null when a new slab cannot be had.  Slabs belong
-// to the allocator for the life of the process.
-[[gnu::noinline]] Header *carveChunk(Pool &pool, size_t cls) noexcept
+// Slabs are cut from regions mapped a megabyte at a time, shared by every
+// heap; they belong to the allocator for the life of the process.
+rq::SpinLock gRegionLock;
+char *gRegionNext = nullptr;
+char *gRegionEnd = nullptr;
+
+void *takeSlab() noexcept
+{
+    rq::SpinGuard guard(gRegionLock);
+    if (gRegionNext == gRegionEnd) {
+        // One slab more than the region, so that an aligned region fits;
+        // the unaligned head and tail go back at once.
+        size_t span = kRegionBytes + kSlabBytes;
+        void *raw = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (raw == MAP_FAILED)
+            return nullptr;
+        uintptr_t start = reinterpret_cast<uintptr_t>(raw);
+        uintptr_t first = (start + kSlabBytes - 1) & ~uintptr_t{kSlabBytes - 1};
+        uintptr_t end = first + kRegionBytes;
+        if (first != start)
+            munmap(raw, first - start);
+        if (start + span != end)
+            munmap(reinterpret_cast<void *>(end), start + span - end);
+        gRegionNext = reinterpret_cast<char *>(first);
+        gRegionEnd = reinterpret_cast<char *>(end);
+    }
+    void *slab = gRegionNext;
+    gRegionNext += kSlabBytes;
+    return slab;
+}
+
+// A chunk of class `cls`; null when a new slab cannot be had.
+[[gnu::noinline]] Header *carveChunk(Heap &heap, Pool &pool, size_t cls) noexcept
 {
     size_t bytes = chunkBytes(cls);
     if (static_cast<size_t>(pool.end - pool.fresh) < bytes) {
-        // malloc's blocks are 16-byte aligned, and so is the first chunk.
-        Slab *slab = static_cast<Slab *>(std::malloc(kSlabBytes));
+        // Slabs and their header are 64-byte aligned, and so is the first
+        // chunk.
+        Slab *slab = static_cast<Slab *>(takeSlab());
         if (slab == nullptr)
             return nullptr;
+        slab->owner = &heap;
         slab->next = pool.slabs;
         pool.slabs = slab;
         pool.fresh = reinterpret_cast<char *>(slab + 1);
@@ -226,19 +286,19 @@ inline Header *takeChunk(Heap &heap, size_t cls) noexcept
         __builtin_prefetch(next, 1);
         return h;
     }
-    return carveChunk(pool, cls);
+    return carveChunk(heap, pool, cls);
 }
 
 // Gives a dead block back to its pool or, with its links, to the C library.
 void dispose(Heap &heap, Header *h) noexcept
 {
-    if (pooled(h->size)) {
-        Pool &pool = heap.pools[classOf(h->size)];
+    if (isPooled(h)) {
+        Pool &pool = heap.pools[classOf(h->word & kSizeBits)];
         h->tag = reinterpret_cast<const char *>(pool.free);
         pool.free = h;
     } else {
         unlinkBig(h);
-        std::free(linksOf(h));
+        std::free(largeOf(h));
     }
 }
 
@@ -266,10 +326,11 @@ void forEachChunk(Heap &heap, Visit visit) noexcept
     size_t blocks = 0, bytes = 0;
     while (h != nullptr) {
         Header *after = reinterpret_cast<Header *>(const_cast<char *>(h->tag));
+        size_t size = sizeOf(h);
         ++blocks;
-        bytes += h->size;
+        bytes += size;
         sub(heap.blocks, 1);
-        sub(heap.bytes, h->size);
+        sub(heap.bytes, size);
         dispose(heap, h);
         h = after;
     }
@@ -282,11 +343,15 @@ void forEachChunk(Heap &heap, Visit visit) noexcept
 // Owner-side allocation and release.
 [[gnu::noinline]] Header *allocateLarge(Heap &heap, size_t size, bool clear) noexcept
 {
-    size_t total = sizeof(Links) + sizeof(Header) + size;
+    size_t total = sizeof(Large) + sizeof(Header) + size;
     void *raw = clear ? std::calloc(1, total) : std::malloc(total);
     if (raw == nullptr)
         return nullptr;
-    Header *h = headerAfter(static_cast<Links *>(raw));
+    Large *large = static_cast<Large *>(raw);
+    large->size = size;
+    large->owner = &heap;
+    Header *h = headerAfter(large);
+    h->word = kLargeLive;
     linkBig(heap, h);
     return h;
 }
@@ -302,6 +367,7 @@ inline Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, 
             return nullptr;
         if (clear)
             std::memset(h + 1, 0, size);
+        h->word = kPooledLive | static_cast<uint32_t>(size);
     } else {
         h = allocateLarge(heap, size, clear);
         if (h == nullptr)
@@ -311,11 +377,17 @@ inline Header *allocateIn(Heap &heap, size_t size, bool clear, const char *tag, 
     return h;
 }
 
+// A dead block keeps its kind and size until it is taken back.
+void markDead(Header *h) noexcept
+{
+    h->word = (isPooled(h) ? kPooledDead : kLargeDead) | (h->word & kSizeBits);
+}
+
 void releaseIn(Heap &heap, Header *h) noexcept
 {
     sub(heap.blocks, 1);
-    sub(heap.bytes, h->size);
-    h->magic = kDeadMagic;
+    sub(heap.bytes, sizeOf(h));
+    markDead(h);
     dispose(heap, h);
 }
 
@@ -376,7 +448,7 @@ Heap *myHeap() noexcept
 Header *headerOf(void *block) noexcept
 {
     Header *h = static_cast<Header *>(block) - 1;
-    return h->magic == kLiveMagic ? h : nullptr;
+    return isLive(h) ? h : nullptr;
 }
 
 [[gnu::noinline]] Header *allocateShared(size_t size, bool clear, const char *tag, uint32_t line) noexcept
@@ -397,16 +469,21 @@ inline Header *allocateHeader(size_t size, bool clear, const char *tag, uint32_t
 void *allocate(size_t size, bool clear, const char *tag, uint32_t line) noexcept
 {
     ++tAllocatorCalls;
-    if (injectFailure() || size > SIZE_MAX - sizeof(Links) - sizeof(Header))
+    if (injectFailure() || size > SIZE_MAX - sizeof(Large) - sizeof(Header))
         return nullptr;
     Header *h = allocateHeader(size, clear, tag, line);
     return h != nullptr ? h + 1 : nullptr;
 }
 
+Heap *ownerOf(const Header *h) noexcept
+{
+    return isPooled(h) ? slabOf(h)->owner : largeOf(h)->owner;
+}
+
 // Frees a live block from whichever thread.
 void release(Header *h) noexcept
 {
-    Heap *owner = h->owner;
+    Heap *owner = ownerOf(h);
     if (owner == tHeap) {
         releaseIn(*owner, h);
         return;
@@ -417,9 +494,10 @@ void release(Header *h) noexcept
         return;
     }
     // Another thread's block: counted free now, taken back by its owner.
-    h->magic = kDeadMagic;
+    size_t size = sizeOf(h);
+    markDead(h);
     owner->remoteBlocks.fetch_add(1, std::memory_order_relaxed);
-    owner->remoteBytes.fetch_add(h->size, std::memory_order_relaxed);
+    owner->remoteBytes.fetch_add(size, std::memory_order_relaxed);
     Header *head = owner->remote.load(std::memory_order_relaxed);
     do
         h->tag = reinterpret_cast<const char *>(head);
@@ -460,32 +538,33 @@ void *SIS_MemRealloc(void *, void *block, size_t size, uint32_t, uint32_t, const
         return allocate(size, false, tag, line);
     ++tAllocatorCalls;
     Header *old = headerOf(block);
-    if (old == nullptr || injectFailure() || size > SIZE_MAX - sizeof(Links) - sizeof(Header))
+    if (old == nullptr || injectFailure() || size > SIZE_MAX - sizeof(Large) - sizeof(Header))
         return nullptr;
     Heap *heap = myHeap();
-    if (heap == nullptr || old->owner != heap || pooled(old->size) || pooled(size)) {
+    size_t oldSize = sizeOf(old);
+    if (heap == nullptr || isPooled(old) || largeOf(old)->owner != heap || pooled(size)) {
         // Another heap's block, or a pooled one (its class is fixed by its
         // size): move it.
         Header *h = allocateHeader(size, false, tag, line);
         if (h == nullptr)
             return nullptr;
-        std::memcpy(h + 1, block, old->size < size ? old->size : size);
+        std::memcpy(h + 1, block, oldSize < size ? oldSize : size);
         release(old);
         return h + 1;
     }
     // Unlink first: realloc may move the block, and the list must never
     // point at a block that is being moved.
     unlinkBig(old);
-    void *raw = std::realloc(linksOf(old), sizeof(Links) + sizeof(Header) + size);
+    void *raw = std::realloc(largeOf(old), sizeof(Large) + sizeof(Header) + size);
     if (raw == nullptr) {
         linkBig(*heap, old);
         return nullptr;
     }
-    Header *h = headerAfter(static_cast<Links *>(raw));
+    Header *h = headerAfter(static_cast<Large *>(raw));
     linkBig(*heap, h);
-    sub(heap->bytes, h->size);
+    sub(heap->bytes, oldSize);
     add(heap->bytes, size);
-    h->size = size;
+    largeOf(h)->size = size;
     h->tag = tag;
     h->line = line;
     return h + 1;
@@ -540,16 +619,16 @@ uint64_t SIS_TestLiveReport(FILE *out) noexcept
     auto report = [&](const Header *h) {
         // Freed blocks (and those freed by another thread, not yet taken
         // back) are passed over.
-        if (h->magic != kLiveMagic)
+        if (!isLive(h))
             return;
         ++n;
         if (out != nullptr)
-            std::fprintf(out, "live block %p: %zu bytes from %s:%u\n", static_cast<const void *>(h + 1), h->size,
+            std::fprintf(out, "live block %p: %zu bytes from %s:%u\n", static_cast<const void *>(h + 1), sizeOf(h),
                          h->tag != nullptr ? h->tag : "?", h->line);
     };
     forEachHeap([&](Heap &heap) {
         for (Links *l = heap.big.next; l != &heap.big; l = l->next)
-            report(headerAfter(l));
+            report(headerAfter(reinterpret_cast<Large *>(l)));
         forEachChunk(heap, report);
     });
     return n;
