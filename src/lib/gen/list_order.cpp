@@ -48,10 +48,13 @@ U32 addSorted(Header &h, const void *id, const void *data) noexcept
     // Lists that refuse or ignore duplicate identifiers order on the
     // identifier alone.
     bool idOnly = (h.flags & (DX_LIST_UNIQUE | DX_LIST_IGNORE_DUP)) != 0;
+    // Fixed-size items: the identifier's offset is the same in every element.
+    const U32 idAt = fixedLayout(h) ? 4 + h.dataSize + pad4(h.dataSize) : 0;
     RQHANDLE prev = 0, cur = 0;
     U32 status = withCellOrder(h, [&](auto cell) noexcept -> U32 {
         auto compare = [&](const U8 *e) noexcept {
-            return idOnly ? cell.idOrder(idOf(h, e), id, h.idSize) : cell(idOf(h, e), dataOf(e), id, data);
+            const U8 *eid = idAt != 0 ? e + idAt : idOf(h, e);
+            return idOnly ? cell.idOrder(eid, id, h.idSize) : cell(eid, dataOf(e), id, data);
         };
         {
             // Sorting after the last element needs no walk: in-order loading
