@@ -588,9 +588,24 @@ SIS_STATUS SIS_MemFree(void *, void *block, uint32_t, uint32_t, const char *, co
     if (block == nullptr)
         return 0;
     ++tAllocatorCalls;
-    Header *h = headerOf(block);
-    if (h == nullptr)
+    Header *h = static_cast<Header *>(block) - 1;
+    uint32_t word = h->word;
+    if ((word & ~kSizeBits) == kPooledLive) {
+        // The common case in line: a small block freed by its own thread.
+        Slab *slab = slabOf(h);
+        if (Heap *heap = tHeap; slab->owner == heap && heap != nullptr) {
+            size_t size = word & kSizeBits;
+            sub(heap->blocks, 1);
+            sub(heap->bytes, size);
+            h->word = kPooledDead | static_cast<uint32_t>(size);
+            Pool &pool = heap->pools[classOf(size)];
+            h->tag = reinterpret_cast<const char *>(pool.free);
+            pool.free = h;
+            return 0;
+        }
+    } else if ((word & ~kSizeBits) != kLargeLive) {
         return 1;  // not one of ours, or freed twice: refuse rather than corrupt
+    }
     release(h);
     return 0;
 }
