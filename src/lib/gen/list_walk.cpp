@@ -79,6 +79,8 @@ inline void moveTo(Header &h, RQHANDLE next, U8 *at) noexcept
 // successor's (the hint).  Anything else (a guess that does not hold, the
 // end, a failed lock) is the general step's, which starts over: nothing is
 // changed before.
+// Cells32: the identifier and data are known to be 32-bit items.
+template <bool Cells32>
 [[gnu::always_inline]] inline U32 stepFixed(Header &hd, void *idOut, void *dataOut, U32 idAt, U32 hintAt) noexcept
 {
     U8 *real = static_cast<U8 *>(rq::handle::lock(hd.current));
@@ -96,13 +98,13 @@ inline void moveTo(Header &h, RQHANDLE next, U8 *at) noexcept
     if (__builtin_expect(to != realNext || to == nullptr, 0))
         return step(hd, idOut, dataOut);
     moveTo(hd, next, toAhead);
-    if (__builtin_expect(hd.idSize != 4 || (hd.dataSize != 4 && hd.dataSize != 0), 0))
+    if (!Cells32 && __builtin_expect(hd.idSize != 4 || (hd.dataSize != 4 && hd.dataSize != 0), 0))
         return readOut(hd, toAhead, idOut, dataOut);
     // 32-bit identifier and data (or none): copied in line, with no call
     // left for which to keep registers.
     if (idOut != nullptr)
         std::memcpy(idOut, toAhead + idAt, 4);
-    if (dataOut != nullptr && hd.dataSize != 0)
+    if (dataOut != nullptr && (Cells32 || hd.dataSize != 0))
         std::memcpy(dataOut, dataOf(toAhead), 4);
     return 0;
 }
@@ -147,9 +149,9 @@ RQ_API U32 DX_ListGetNext(HLIST list, void *idOut, void *dataOut) noexcept
     // The common 32-bit cell gets its offsets as constants: the walk's one
     // dependent load then needs no index.
     if (hd.idSize == 4 && hd.dataSize == 4)
-        return stepFixed(hd, idOut, dataOut, 8, 12);
-    return stepFixed(hd, idOut, dataOut, 4 + hd.dataSize + pad4(hd.dataSize),
-                     4 + hd.dataSize + pad4(hd.dataSize) + hd.idSize);
+        return stepFixed<true>(hd, idOut, dataOut, 8, 12);
+    return stepFixed<false>(hd, idOut, dataOut, 4 + hd.dataSize + pad4(hd.dataSize),
+                            4 + hd.dataSize + pad4(hd.dataSize) + hd.idSize);
 #endif
 }
 
