@@ -6,6 +6,7 @@
 #include "rqsis/rqsis.h"
 #include "rqsis/rqsis_test.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -195,6 +196,29 @@ TEST(MemoryHandles, ProducerAndConsumerThreads)
     cv.notify_one();
     consumer.join();
 }
+
+#if UINTPTR_MAX != 0xFFFFFFFFu
+TEST(MemoryHandles, IndicesFreedByAThreadThatOnlyFreesAreReused)
+{
+    // Handles are table indices here: a thread that frees handles made
+    // elsewhere and then ends must hand the indices back, or the table
+    // grows by up to a cache's worth for every such thread.
+    std::vector<RQHANDLE> made(2000);
+    RQHANDLE first = 0, last = 0;
+    for (int round = 0; round < 20; ++round) {
+        for (RQHANDLE &h : made)
+            h = MemAlloc(16);
+        last = *std::max_element(made.begin(), made.end());
+        if (round == 0)
+            first = last;
+        std::thread([&] {
+            for (RQHANDLE h : made)
+                MemFree(h);
+        }).join();
+    }
+    EXPECT_LE(last, first + 512);
+}
+#endif
 
 TEST(MemoryHandles, AllocationInAThreadsExitDestructors)
 {

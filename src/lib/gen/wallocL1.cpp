@@ -59,21 +59,9 @@ public:
     TableLock() noexcept : rq::SpinGuard(gTableLock) {}
 };
 
-// Each thread keeps a few free indices of its own, so that issuing and
-// taking back a handle (once per list element) needs no lock: the table
-// lock is taken once per kBatch handles.  A cached index's slot is marked
-// free like any other, so a lookup or a second free of it is refused.
-constexpr U32 kCacheMax = 256;
-constexpr U32 kBatch = 128;
-constexpr Slot kFreeMark = 1;  // a free slot outside the shared free list
-
-struct IndexCache {
-    U32 count;
-    RQHANDLE items[kCacheMax];
-};
-
-__attribute__((tls_model("initial-exec"))) thread_local IndexCache tCache;
-__attribute__((tls_model("initial-exec"))) thread_local bool tCacheGone = false;
+// The per-thread caches take the table lock once per kBatch handles.  A
+// cached index's slot is marked free like any other, so a lookup or a
+// second free of it is refused.
 
 // Puts a free index on the shared stack; the caller holds the table lock.
 void putLocked(RQHANDLE h) noexcept
@@ -122,6 +110,13 @@ struct CacheHolder {
 
 thread_local CacheHolder tHolder;
 
+}  // namespace
+
+__thread IndexCache tCache;
+__thread bool tCacheGone = false;
+
+namespace {
+
 // Takes one index under the lock, growing the table when no freed index is
 // left; 0 when the table is full or cannot grow.
 RQHANDLE takeLocked() noexcept
@@ -149,7 +144,9 @@ RQHANDLE takeLocked() noexcept
     return h;
 }
 
-[[gnu::noinline]] RQHANDLE refillAndTake() noexcept
+}  // namespace
+
+RQHANDLE refillAndTake() noexcept
 {
     if (tCacheGone) {
         TableLock guard;
@@ -173,18 +170,9 @@ RQHANDLE takeLocked() noexcept
     return cache.count != 0 ? cache.items[--cache.count] : 0;
 }
 
-// Takes an index for `block`; 0 when the table is full or cannot grow.
-RQHANDLE issue(void *block) noexcept
-{
-    IndexCache &cache = tCache;
-    RQHANDLE h = cache.count != 0 ? cache.items[--cache.count] : refillAndTake();
-    if (h != 0)
-        *slotOf(h) = reinterpret_cast<Slot>(block);
-    return h;
-}
-
-// Marks a freed index and keeps it for this thread.
-void takeBack(RQHANDLE h, Slot *slot) noexcept
+// Marks a freed index: on the shared list once the thread's cache is gone,
+// else kept for this thread after giving a batch back.
+void takeBackSlow(RQHANDLE h, Slot *slot) noexcept
 {
     if (tCacheGone) {
         TableLock guard;
@@ -192,6 +180,7 @@ void takeBack(RQHANDLE h, Slot *slot) noexcept
         putLocked(h);
         return;
     }
+    tHolder.armed = true;  // a thread that only frees hands its indices back too
     IndexCache &cache = tCache;
     if (cache.count == kCacheMax)
         giveBack(cache, kCacheMax - kBatch);
@@ -199,39 +188,10 @@ void takeBack(RQHANDLE h, Slot *slot) noexcept
     cache.items[cache.count++] = h;
 }
 
-}  // namespace
-
-RQHANDLE alloc(U32 size, void **address) noexcept
-{
-    *address = nullptr;
-    void *block = RQ_MALLOC(size);
-    if (block == nullptr)
-        return 0;
-    RQHANDLE h = issue(block);
-    if (h == 0) {
-        RQ_FREE(block);
-        return 0;
-    }
-    *address = block;
-    return h;
-}
-
 RQHANDLE alloc(U32 size) noexcept
 {
     void *address;
     return alloc(size, &address);
-}
-
-U32 release(RQHANDLE handle) noexcept
-{
-    if (handle == 0)
-        return 0;
-    Slot *slot = slotOf(handle);
-    if (slot == nullptr || (*slot & 1) != 0 || *slot == 0)
-        return 1;  // never issued, or already freed
-    void *block = reinterpret_cast<void *>(*slot);
-    takeBack(handle, slot);
-    return RQ_FREE(block);
 }
 
 #endif
