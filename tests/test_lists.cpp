@@ -501,6 +501,55 @@ TEST(ListOrder, QuickSortAndItsRefusals)
     EXPECT_EQ(DX_ListIsSorted(l.h, nullptr, byData, &sorted), 0x150ADu);
 }
 
+TEST(ListOrder, KeyedSortOfCommonCellsMatchesTheQuicksort)
+{
+    // Lists of 32-bit cells under the library's own compare functions are
+    // sorted as keys; the same functions called through a wrapper take the
+    // quicksort.  Both must leave the same cells in the chain, for signed
+    // and byte order, with and without data, negatives and repeats included.
+    rqtest::LeakCheck leaks;
+    auto s32 = [](const void *a, const void *b, U32 n) -> S32 { return DX_MemS32Cmp(a, b, n); };
+    auto bytes = [](const void *a, const void *b, U32 n) -> S32 { return DX_MemCmp(a, b, n); };
+    struct Order {
+        DX_LIST_CMPFCT fn, wrapped;
+    };
+    const Order orders[] = {{DX_MemS32Cmp, s32}, {DX_MemCmp, bytes}};
+    std::mt19937 rng(5);
+    for (U32 dataSize : {4u, 0u}) {
+        for (const Order &id : orders) {
+            for (const Order &data : orders) {
+                for (U32 n : {2u, 3u, 50u, 2000u}) {
+                    SCOPED_TRACE(testing::Message() << dataSize << " " << n);
+                    HLIST keyed = 0, quick = 0;
+                    ASSERT_EQ(DX_ListCreate(&keyed, 4, dataSize, 0, id.fn, data.fn), 0u);
+                    ASSERT_EQ(DX_ListCreate(&quick, 4, dataSize, 0, id.wrapped, data.wrapped), 0u);
+                    for (U32 i = 0; i < n; ++i) {
+                        // Few distinct identifiers, so that data decides often.
+                        S32 cell[2] = {static_cast<S32>(rng() % 7) - 3 + static_cast<S32>(rng() % 2) * 0x7FFF0000,
+                                       static_cast<S32>(rng())};
+                        DX_ListAlwaysAddLast(keyed, &cell[0], &cell[1]);
+                        DX_ListAlwaysAddLast(quick, &cell[0], &cell[1]);
+                    }
+                    ASSERT_EQ(DX_ListQuickSort(keyed, nullptr, nullptr), 0u);
+                    ASSERT_EQ(DX_ListQuickSort(quick, nullptr, nullptr), 0u);
+                    U32 sorted = 0;
+                    EXPECT_EQ(DX_ListIsSorted(keyed, nullptr, nullptr, &sorted), 0u);
+                    EXPECT_EQ(sorted, 1u);
+                    Cells a = cells(keyed), b = cells(quick);
+                    if (dataSize == 0) {  // no data to read back
+                        for (Cells *c : {&a, &b})
+                            for (Cell &cell : *c)
+                                cell.second = 0;
+                    }
+                    EXPECT_EQ(a, b);
+                    DX_ListDestroy(&keyed);
+                    DX_ListDestroy(&quick);
+                }
+            }
+        }
+    }
+}
+
 TEST(ListOrder, UniquenessIsCheckedBeforeItIsPromised)
 {
     rqtest::LeakCheck leaks;

@@ -12,6 +12,7 @@
 
 #include "list_internal.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -133,6 +134,100 @@ U32 partition(const Header &h, const Cell &cell, const Segment &seg, Segment *le
     return 0;
 }
 
+// ---- the common cell, sorted as keys ----------------------------------------
+//
+// A 32-bit identifier with 32-bit data (or none), ordered by the library's
+// own exact functions (DX_MemS32Cmp, DX_MemCmp): two cells then compare
+// equal only when they are the same bytes, so every correct sort leaves the
+// same contents in the chain as the quicksort does.  Such lists are sorted
+// as 64-bit keys in one buffer, with no work list and no compare per step
+// through the chain.
+
+constexpr U32 kNotTaken = 0xFFFFFFFFu;
+
+// A 32-bit item as a key that orders as the function does, and back.
+struct S32Key {
+    static U32 to(U32 v) noexcept { return v ^ 0x80000000u; }
+    static U32 from(U32 k) noexcept { return k ^ 0x80000000u; }
+};
+struct BytesKey {  // little-endian targets: the first byte is the most significant
+    static U32 to(U32 v) noexcept { return __builtin_bswap32(v); }
+    static U32 from(U32 k) noexcept { return __builtin_bswap32(k); }
+};
+
+template <typename IdKey, typename DataKey>
+U32 sortByKeys(const Header &h) noexcept
+{
+    const U32 n = h.count;
+    const bool withData = h.dataSize == 4;
+    const U32 idAt = withData ? 8 : 4;
+    if (n > SIZE_MAX / sizeof(uint64_t))
+        return kNotTaken;
+    // Contents move only once every element has been read: a chain that
+    // does not hold `count` elements ending at `last`, or an element that
+    // cannot be locked, is left to the quicksort, which reports it.
+    rq::Block<uint64_t> keys(RQ_MALLOC(size_t{n} * sizeof(uint64_t)));
+    if (!keys)
+        return DX_LIST_ERR_ADDFIRST_ELEMENT;
+    U32 hints = hintOffset(h);
+    RQHANDLE cur = h.first;
+    U8 *e = static_cast<U8 *>(rq::handle::lock(cur));
+    for (U32 i = 0;; ++i) {
+        if (e == nullptr)
+            return kNotTaken;
+        U32 id, data = 0;
+        std::memcpy(&id, e + idAt, 4);
+        if (withData)
+            std::memcpy(&data, dataOf(e), 4);
+        keys[i] = (uint64_t{IdKey::to(id)} << 32) | (withData ? DataKey::to(data) : 0u);
+        if (i + 1 == n)
+            break;
+        RQHANDLE next = nextOf(e);
+        if (next == 0)
+            return kNotTaken;
+        e = follow(hints, e, next);
+        cur = next;
+    }
+    if (cur != h.last)
+        return kNotTaken;
+    std::sort(keys.get(), keys.get() + n);
+    e = static_cast<U8 *>(rq::handle::lock(h.first));
+    for (U32 i = 0; i < n; ++i) {
+        U32 id = IdKey::from(static_cast<U32>(keys[i] >> 32));
+        std::memcpy(e + idAt, &id, 4);
+        if (withData) {
+            U32 data = DataKey::from(static_cast<U32>(keys[i]));
+            std::memcpy(dataOf(e), &data, 4);
+        }
+        if (i + 1 < n)
+            e = follow(hints, e, nextOf(e));
+    }
+    return 0;
+}
+
+template <typename IdKey>
+U32 sortByKeysWithData(const Header &h) noexcept
+{
+    if (h.dataCmp == DX_MemS32Cmp)
+        return sortByKeys<IdKey, S32Key>(h);
+    if (h.dataCmp == DX_MemCmp)
+        return sortByKeys<IdKey, BytesKey>(h);
+    return kNotTaken;
+}
+
+// 0 or a code when the list was sorted here, kNotTaken when it is the
+// quicksort's.
+U32 sortCommonCells(const Header &h) noexcept
+{
+    if (!fixedLayout(h) || h.idSize != 4 || (h.dataSize != 4 && h.dataSize != 0))
+        return kNotTaken;
+    if (h.idCmp == DX_MemS32Cmp)
+        return sortByKeysWithData<S32Key>(h);
+    if (h.idCmp == DX_MemCmp)
+        return sortByKeysWithData<BytesKey>(h);
+    return kNotTaken;
+}
+
 // The list's refusals; on success *h holds its header with the given
 // compare functions in place of its own.
 U32 prepare(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT dataCompare, Header *h) noexcept
@@ -195,6 +290,8 @@ RQ_API U32 DX_ListQuickSort(HLIST list, DX_LIST_CMPFCT idCompare, DX_LIST_CMPFCT
         return status;
     if (h.count < 2)
         return 0;
+    if (U32 status = sortCommonCells(h); status != kNotTaken)
+        return status;
     HLIST work = 0;
     if (U32 status = DX_ListCreate(&work, sizeof(Segment), 0, kWorkListFlags, nullptr, nullptr); status != 0)
         return status;
