@@ -114,8 +114,8 @@ Slab *slabOf(const Header *h) noexcept
     return reinterpret_cast<Slab *>(reinterpret_cast<uintptr_t>(h) & ~uintptr_t{kSlabBytes - 1});
 }
 
-// Whether a block of `size` bytes lives in a pool: fixed for a size, so free
-// and realloc know where a block came from by its recorded size.
+// Whether a block of `size` bytes is served from a pool; its header then
+// says so, and free and realloc read it there.
 constexpr bool pooled(size_t size) noexcept { return size != 0 && size <= kPoolMax; }
 constexpr size_t classOf(size_t size) noexcept { return (size + kClassStep - 1) / kClassStep; }
 constexpr size_t chunkBytes(size_t cls) noexcept { return sizeof(Header) + cls * kClassStep; }
