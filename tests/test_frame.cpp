@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <mutex>
@@ -279,6 +280,19 @@ TEST(MemoryHandles, ReleaseFunctionRefusesForeignBlocks)
     EXPECT_EQ(RQCORE_free(nullptr), 0u);
     alignas(16) char notOurs[64] = {};
     EXPECT_NE(RQCORE_free(notOurs + 32), 0u);
+#if !defined(__SANITIZE_ADDRESS__)
+    // A stray block whose header reads as a small block of ours: its slab
+    // (the 64 KB boundary below it) is not one of ours either.
+    void *area = std::aligned_alloc(65536, 131072);
+    ASSERT_NE(area, nullptr);
+    std::memset(area, 0, 131072);
+    char *stray = static_cast<char *>(area) + 65536 + 128;
+    const uint32_t pooledWord = 0x5153A000u | 20u;
+    std::memcpy(stray - 4, &pooledWord, 4);
+    EXPECT_EQ(SIS_MemFree(nullptr, stray, 0, 0, "t", "v", 1), 1u);
+    EXPECT_EQ(SIS_MemRealloc(nullptr, stray, 40, 0, 0, "t", "v", 1), nullptr);
+    std::free(area);
+#endif
 }
 
 // ---- thread-local storage ---------------------------------------------------

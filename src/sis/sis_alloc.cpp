@@ -84,9 +84,14 @@ Links *linksOf(Header *h) noexcept { return &largeOf(h)->links; }
 size_t sizeOf(const Header *h) noexcept { return isPooled(h) ? h->word & kSizeBits : largeOf(h)->size; }
 
 // A slab starts on a multiple of its size, with the heap that carves it.
+// Its mark lets free tell a block of ours from a stray pointer whose header
+// happens to read as a pooled block's.
+constexpr uint64_t kSlabMark = 0x51534C4142534953u;
+
 struct alignas(64) Slab {
     Slab *next;
     Heap *owner;
+    uint64_t mark;
 };
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -265,6 +270,7 @@ void *takeSlab() noexcept
         if (slab == nullptr)
             return nullptr;
         slab->owner = &heap;
+        slab->mark = kSlabMark;
         slab->next = pool.slabs;
         pool.slabs = slab;
         pool.fresh = reinterpret_cast<char *>(slab + 1);
@@ -448,7 +454,9 @@ Heap *myHeap() noexcept
 Header *headerOf(void *block) noexcept
 {
     Header *h = static_cast<Header *>(block) - 1;
-    return isLive(h) ? h : nullptr;
+    if (kindOf(h) == kPooledLive)
+        return slabOf(h)->mark == kSlabMark ? h : nullptr;
+    return kindOf(h) == kLargeLive ? h : nullptr;
 }
 
 [[gnu::noinline]] Header *allocateShared(size_t size, bool clear, const char *tag, uint32_t line) noexcept
@@ -603,6 +611,10 @@ SIS_STATUS SIS_MemFree(void *, void *block, uint32_t, uint32_t, const char *, co
             pool.free = h;
             return 0;
         }
+        // Not this thread's: ours at all?  (A slab naming this thread's
+        // heap is taken as ours without looking further.)
+        if (slab->mark != kSlabMark)
+            return 1;
     } else if ((word & ~kSizeBits) != kLargeLive) {
         return 1;  // not one of ours, or freed twice: refuse rather than corrupt
     }
