@@ -14,6 +14,11 @@
 
 namespace rq::handle {
 
+// The blocks behind handles, accounted under the handle layer's own name on
+// every target.
+inline constexpr char kBlockTag[] = "src/lib/core/internal/rq_handle";
+inline constexpr char kBlockVersion[] = "NO-VERSION-INFO";
+
 RQHANDLE alloc(U32 size) noexcept;
 #if UINTPTR_MAX == 0xFFFFFFFFu
 // The same, handing back the new block's address as well (what lock() of
@@ -69,9 +74,6 @@ struct IndexCache {
 extern __thread IndexCache tCache __attribute__((tls_model("initial-exec")));
 extern __thread bool tCacheGone __attribute__((tls_model("initial-exec")));
 
-// The blocks behind handles, accounted under the handle layer's own name.
-inline constexpr char kBlockTag[] = "src/lib/core/internal/rq_handle";
-
 RQHANDLE refillAndTake() noexcept;
 void takeBackSlow(RQHANDLE h, Slot *slot) noexcept;
 
@@ -90,12 +92,12 @@ inline RQHANDLE issue(void *block) noexcept
 inline RQHANDLE alloc(U32 size, void **address) noexcept
 {
     *address = nullptr;
-    void *block = SIS_MemMalloc(nullptr, size, 0, 0, kBlockTag, "NO-VERSION-INFO", __LINE__);
+    void *block = SIS_MemMalloc(nullptr, size, 0, 0, kBlockTag, kBlockVersion, __LINE__);
     if (block == nullptr)
         return 0;
     RQHANDLE h = issue(block);
     if (h == 0) {
-        SIS_MemFree(nullptr, block, 0, 0, kBlockTag, "NO-VERSION-INFO", __LINE__);
+        SIS_MemFree(nullptr, block, 0, 0, kBlockTag, kBlockVersion, __LINE__);
         return 0;
     }
     *address = block;
@@ -121,7 +123,7 @@ inline U32 release(RQHANDLE handle) noexcept
     } else {
         takeBackSlow(handle, slot);
     }
-    return SIS_MemFree(nullptr, block, 0, 0, kBlockTag, "NO-VERSION-INFO", __LINE__);
+    return SIS_MemFree(nullptr, block, 0, 0, kBlockTag, kBlockVersion, __LINE__);
 }
 
 #endif

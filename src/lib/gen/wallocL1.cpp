@@ -6,8 +6,6 @@
 // without a lock; the shared list of free indices is guarded, and each
 // thread draws on it in batches.
 
-#define RQ_SOURCE_TAG "src/lib/core/lib/gen/wallocL1"
-#include "internal/rq_mem.h"
 #include "rqcore/frame.h"
 
 #include "internal/rq_handle.h"
@@ -23,19 +21,23 @@ namespace rq::handle {
 
 RQHANDLE alloc(U32 size, void **address) noexcept
 {
-    void *block = RQ_MALLOC(size);
+    void *block = SIS_MemMalloc(nullptr, size, 0, 0, kBlockTag, kBlockVersion, __LINE__);
     *address = block;
     return static_cast<RQHANDLE>(reinterpret_cast<uintptr_t>(block));
 }
 
 RQHANDLE alloc(U32 size) noexcept
 {
-    return static_cast<RQHANDLE>(reinterpret_cast<uintptr_t>(RQ_MALLOC(size)));
+    void *address;
+    return alloc(size, &address);
 }
 
 U32 release(RQHANDLE handle) noexcept
 {
-    return handle != 0 ? RQ_FREE(reinterpret_cast<void *>(static_cast<uintptr_t>(handle))) : 0;
+    if (handle == 0)
+        return 0;
+    return SIS_MemFree(nullptr, reinterpret_cast<void *>(static_cast<uintptr_t>(handle)), 0, 0, kBlockTag,
+                       kBlockVersion, __LINE__);
 }
 
 #else
