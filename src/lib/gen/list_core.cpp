@@ -218,17 +218,27 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
     return 0;
 }
 
+// A new element block of `size` bytes and its address (what MemLock of the
+// handle gives); 0 when the size does not fit a block or none can be had.
+static inline RQHANDLE newElement(uint64_t size, U8 **e) noexcept
+{
+    *e = nullptr;
+    if (size > UINT32_MAX)
+        return 0;
+    void *block;
+    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size), &block);
+    *e = static_cast<U8 *>(block);
+    return handle;
+}
+
 // Appends to a list holding texts: made as makeElement makes an element.
 [[gnu::noinline]] static U32 appendVarying(Header &h, const void *id, const void *data) noexcept
 {
     uint64_t size = elementSize(h, id, data);
-    if (size > UINT32_MAX)
-        return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    void *block;
-    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size), &block);
+    U8 *e;
+    RQHANDLE handle = newElement(size, &e);
     if (handle == 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    U8 *e = static_cast<U8 *>(block);
     std::memset(e, 0, static_cast<size_t>(size));
     writeContents(h, e, id, data);
     rq::handle::unlock();
@@ -263,14 +273,10 @@ static inline U32 linkLast(Header &h, RQHANDLE handle, U8 *e, U32 hints) noexcep
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
     if (!fixedLayout(h))
         return appendVarying(h, id, data);
-    uint64_t size = 4ull + h.dataSize + pad4(h.dataSize) + h.idSize + kElementSlack;
-    if (size > UINT32_MAX)
-        return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    void *block;
-    RQHANDLE handle = rq::handle::alloc(static_cast<U32>(size), &block);
+    U8 *e;
+    RQHANDLE handle = newElement(4ull + h.dataSize + pad4(h.dataSize) + h.idSize + kElementSlack, &e);
     if (handle == 0)
         return DX_LIST_ERR_ADDFIRST_ELEMENT;
-    U8 *e = static_cast<U8 *>(block);  // what MemLock of the new handle gives
     if (h.dataSize == 4 && h.idSize == 4 && data != nullptr) {
         // The common 32-bit cell, written in line with no call left for
         // which to keep registers.
