@@ -385,6 +385,10 @@ TEST(ListWalk, LinksRewrittenThroughTheHandleAreFollowed)
     for (U32 s = DX_ListGetFirst(l.h, &c.first, &c.second); s == 0; s = DX_ListGetNext(l.h, &c.first, &c.second))
         walked.push_back(c);
     EXPECT_EQ(walked, (Cells{{1, 10}, {3, 30}, {4, 40}}));
+    // The ordered insert steps over the rewritten link as well.
+    S32 thirtyFive = 35;
+    EXPECT_EQ(DX_ListAddSort(l.h, &three, &thirtyFive), 0u);
+    EXPECT_EQ(cells(l.h), (Cells{{1, 10}, {3, 30}, {3, 35}, {4, 40}}));
     S32 data = 0;
     EXPECT_EQ(DX_ListAlwaysGet(l.h, &two, &data), 0x15090u);
     EXPECT_EQ(DX_ListAlwaysGet(l.h, &three, &data), 0u);

@@ -39,6 +39,47 @@ bool sortedPlace(const Header &h, Compare compare, RQHANDLE *prevOut, RQHANDLE *
     return true;
 }
 
+#if UINTPTR_MAX != 0xFFFFFFFFu
+// sortedPlace for fixed-size items where every element carries its hint:
+// the identifier and the hint sit at one offset in every element, and the
+// hint is compared with the successor's table slot as it stands (a free
+// slot is odd and never equals an element's address).  Anything the hints
+// cannot settle is looked up as in sortedPlace.
+template <typename Compare>
+bool sortedPlaceFixed(const Header &h, Compare compare, U32 hintAt, RQHANDLE *prevOut, RQHANDLE *curOut) noexcept
+{
+    using rq::handle::Slot;
+    RQHANDLE prev = 0, cur = h.first;
+    const U8 *e = static_cast<const U8 *>(rq::handle::lock(cur));
+    if (e == nullptr)
+        return false;
+    while (compare(e) < 0) {
+        RQHANDLE next = nextOf(e);
+        prev = cur;
+        cur = next;
+        if (next == 0)
+            break;
+        const Slot *chunk = __atomic_load_n(&rq::handle::gChunks[next >> rq::handle::kChunkBits], __ATOMIC_ACQUIRE);
+        U8 *hint;
+        std::memcpy(&hint, e + hintAt, sizeof hint);
+        U8 *ahead = hint;
+        __asm__("" : "+r"(ahead));  // see follow
+        if (__builtin_expect(chunk != nullptr && hint != nullptr &&
+                                 reinterpret_cast<Slot>(hint) == chunk[next & (rq::handle::kChunkSize - 1)],
+                             1)) {
+            e = ahead;
+            continue;
+        }
+        e = lookUp(next);
+        if (e == nullptr)
+            return false;
+    }
+    *prevOut = prev;
+    *curOut = cur;
+    return true;
+}
+#endif
+
 }  // namespace
 
 U32 addSorted(Header &h, const void *id, const void *data) noexcept
@@ -69,6 +110,14 @@ U32 addSorted(Header &h, const void *id, const void *data) noexcept
         }
         // Callers rely on this: a new element equal to existing ones goes
         // before the first of them.
+#if UINTPTR_MAX != 0xFFFFFFFFu
+        if (U32 hintAt = hintOffset(h); hintAt != 0) {
+            auto fixed = [&](const U8 *e) noexcept {
+                return idOnly ? cell.idOrder(e + idAt, id, h.idSize) : cell(e + idAt, dataOf(e), id, data);
+            };
+            return sortedPlaceFixed(h, fixed, hintAt, &prev, &cur) ? 0 : U32{DX_LIST_ERR_ADDSORT};
+        }
+#endif
         return sortedPlace(h, compare, &prev, &cur) ? 0 : U32{DX_LIST_ERR_ADDSORT};
     });
     if (status != 0)
