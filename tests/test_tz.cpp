@@ -93,21 +93,18 @@ TEST(TZ, LocalTypeAtSkippedAndDoubledHoursAndOutsideTheEntries)
 {
     Rules r(std::string(kParis) + kNewYork + kSydney + kSameAdjust);
     ASSERT_EQ(r.status, 0u);
+    // The minutes either side of each change are compared with glibc over
+    // the shipped zones (test_tz_zoneinfo.cpp); here one of each outcome.
     struct Case { const char *zone; U16 y, mo, d; U32 h, mi, status, type; } cases[] = {
         // 27 March 2005 is the last Sunday of March: 2:00..2:59 does not exist.
-        {"CET-1CEST", 2005, 3, 27, 1, 59, 0, DX_TZ_STANDARD},
         {"CET-1CEST", 2005, 3, 27, 2, 30, 0x15704, 0xA5},  // nothing written on failure
-        {"CET-1CEST", 2005, 3, 27, 3, 0, 0, DX_TZ_DAYLIGHT},
         {"EST5EDT", 2010, 11, 7, 1, 30, 0, DX_TZ_EITHER},  // first Sunday of November 2010
         {"EST5EDT", 2006, 7, 1, 0, 0, 0x15709, 0xA5}, {"EST5EDT", 2038, 1, 1, 0, 0, 0x15709, 0xA5},
         {"EST5EDT", 2037, 12, 31, 23, 59, 0, DX_TZ_STANDARD}, {"XST3XDT", 2005, 3, 27, 2, 30, 0, DX_TZ_STANDARD},
         {"XST3XDT", 2005, 7, 1, 0, 0, 0, DX_TZ_STANDARD}, {"XST3XDT", 2005, 10, 30, 2, 30, 0, DX_TZ_STANDARD},
         // Sydney's reversed order: first Sunday of April 2:00..2:59 twice,
         // first Sunday of October 2:00..2:59 skipped.
-        {"AEST-10AEDT", 2010, 4, 4, 1, 59, 0, DX_TZ_DAYLIGHT}, {"AEST-10AEDT", 2010, 4, 4, 2, 0, 0, DX_TZ_EITHER},
-        {"AEST-10AEDT", 2010, 4, 4, 2, 59, 0, DX_TZ_EITHER}, {"AEST-10AEDT", 2010, 4, 4, 3, 0, 0, DX_TZ_STANDARD},
-        {"AEST-10AEDT", 2010, 10, 3, 1, 59, 0, DX_TZ_STANDARD}, {"AEST-10AEDT", 2010, 10, 3, 2, 0, 0x15704, 0xA5},
-        {"AEST-10AEDT", 2010, 10, 3, 2, 59, 0x15704, 0xA5}, {"AEST-10AEDT", 2010, 10, 3, 3, 0, 0, DX_TZ_DAYLIGHT},
+        {"AEST-10AEDT", 2010, 4, 4, 2, 0, 0, DX_TZ_EITHER}, {"AEST-10AEDT", 2010, 10, 3, 2, 59, 0x15704, 0xA5},
         {"NONE0", 1991, 1, 1, 0, 0, 0x15705, 0xA5},
     };
     for (const auto &c : cases) {
@@ -124,11 +121,10 @@ TEST(TZ, LocalToUTCNeedsTheTypeInForceAndOneForTheDoubledHour)
     ASSERT_EQ(r.status, 0u);
     const U32 t = minutes(2010, 11, 7, 1, 30), july = minutes(2010, 7, 1, 12, 0);
     struct Case { const char *zone; U32 local; U32 type; U32 status; U32 utc; } cases[] = {
-        {"CET-1CEST", minutes(2005, 3, 27, 2, 30), 0, 0x15704, 0xA5},
         {"EST5EDT", t, DX_TZ_EITHER, 0x15703, 0xA5},  // "either" does not decide
         // Outside the doubled hour the caller's type must be the one in force.
         {"EST5EDT", july, DX_TZ_STANDARD, 0x15702, 0xA5},
-        {"XST3XDT", july, DX_TZ_STANDARD, 0, july + 180}, {"NONE0", 0, 0, 0x15705, 0xA5},
+        {"XST3XDT", july, DX_TZ_STANDARD, 0, july + 180},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.zone << " " << c.local << " " << c.type);
@@ -148,13 +144,14 @@ void agreeWithZoneinfo(HLIST rules, const char *zone, const char *tzdata, const 
                        int minRows)
 {
     SCOPED_TRACE(tzdata);
-    std::string cmd = "python3 -c \"\nimport datetime as d, zoneinfo as z, random\ntz = z.ZoneInfo('" +
-                      std::string(tzdata) +
-                      "')\nE = d.datetime(1991, 1, 1, tzinfo=d.timezone.utc)\nfor u in " + instants +
-                      ":\n l = u.astimezone(tz)\n n = l.replace(tzinfo=None)\n"
-                      " t = n.replace(tzinfo=tz, fold=1 - l.fold).utcoffset() != l.utcoffset()\n"
-                      " print((u - E) // d.timedelta(minutes=1), (n - d.datetime(1991, 1, 1)) // d.timedelta(minutes=1),"
-                      " 1 if l.dst() else 0, 1 if t else 0)\n\"";
+    std::string cmd = std::string("python3 -c \"\nimport datetime as d, zoneinfo as z, random\ntz = z.ZoneInfo('")
+                          .append(tzdata)
+                          .append("')\nE = d.datetime(1991, 1, 1, tzinfo=d.timezone.utc)\nfor u in ")
+                          .append(instants)
+                          .append(":\n l = u.astimezone(tz)\n n = l.replace(tzinfo=None)\n"
+                                  " t = n.replace(tzinfo=tz, fold=1 - l.fold).utcoffset() != l.utcoffset()\n"
+                                  " print((u - E) // d.timedelta(minutes=1), (n - d.datetime(1991, 1, 1)) // "
+                                  "d.timedelta(minutes=1), 1 if l.dst() else 0, 1 if t else 0)\n\"");
     FILE *p = popen(cmd.c_str(), "r");
     ASSERT_NE(p, nullptr);
     unsigned long utc, local;
@@ -188,42 +185,29 @@ bool haveZoneinfo()
 
 }  // namespace
 
-// Every 30 minutes of a year.
-TEST(TZ, WholeYearsAgreeWithZoneinfo)
-{
-    if (!haveZoneinfo())
-        GTEST_SKIP() << "python3 zoneinfo not available";
-    Rules r(std::string(kParis) + kNewYork + kSydney);
-    ASSERT_EQ(r.status, 0u);
-    struct Case { const char *zone, *tzdata; U16 year; } cases[] = {
-        {"CET-1CEST", "Europe/Paris", 2005}, {"EST5EDT", "America/New_York", 2010},
-        {"AEST-10AEDT", "Australia/Sydney", 2010}, {"CET-1CEST", "Europe/Paris", 2037}};
-    for (const auto &c : cases) {
-        std::string y = std::to_string(c.year);
-        // The last hours of 2037 fall in 2038 locally, which no entry covers.
-        agreeWithZoneinfo(r.handle, c.zone, c.tzdata,
-                          "(d.datetime(" + y + ", 1, 1, tzinfo=d.timezone.utc) + d.timedelta(minutes=30 * i) "
-                          "for i in range(17520))",
-                          minutes(static_cast<U16>(c.year + 1), 1, 1, 0, 0), 17520);
-    }
-}
-
-// Random instants of 1991-2037 in a zone with two generations of rules, so
+// Every 30 minutes of a year north and south, up to the last year the
+// entries cover (whose last local hours fall in 2038, which none covers); and
+// random instants of 1991-2037 in a zone with two generations of rules, so
 // that every year's interval (and the choice of entry) is exercised.
-TEST(TZ, RandomInstantsAgreeWithZoneinfo)
+TEST(TZ, AgreesWithZoneinfo)
 {
     if (!haveZoneinfo())
         GTEST_SKIP() << "python3 zoneinfo not available";
-    Rules r("[EST5EDT]\n"
-            "begin1 = 0 3 1-7 4 1991-2006 0 EDT4\n"
-            "begin2 = 0 3 8-14 3 2007-2037 0 EDT4\n"
-            "end1 = 0 1 25-31 10 1991-2006 0 EST5\n"
-            "end2 = 0 1 1-7 11 2007-2037 0 EST5\n");
+    Rules r(std::string(kParis) + kSydney +
+            "[EST5EDT]\nbegin1 = 0 3 1-7 4 1991-2006 0 EDT4\nbegin2 = 0 3 8-14 3 2007-2037 0 EDT4\n"
+            "end1 = 0 1 25-31 10 1991-2006 0 EST5\nend2 = 0 1 1-7 11 2007-2037 0 EST5\n");
     ASSERT_EQ(r.status, 0u);
+    const char *year = "(d.datetime(%d, 1, 1, tzinfo=d.timezone.utc) + d.timedelta(minutes=30 * i) for i in range(17520))";
+    char y2010[200], y2037[200];
+    std::snprintf(y2010, sizeof y2010, year, 2010);
+    std::snprintf(y2037, sizeof y2037, year, 2037);
+    const U32 end = minutes(2038, 1, 1, 0, 0);
+    agreeWithZoneinfo(r.handle, "AEST-10AEDT", "Australia/Sydney", y2010, end, 17520);
+    agreeWithZoneinfo(r.handle, "CET-1CEST", "Europe/Paris", y2037, end, 17520);
     agreeWithZoneinfo(r.handle, "EST5EDT", "America/New_York",
                       "(lambda g: (E + d.timedelta(minutes=300 + g.randrange(17166 * 1440)) for i in range(20000)))"
                       "(random.Random(2005))",
-                      minutes(2038, 1, 1, 0, 0), 20000);
+                      end, 20000);
 }
 
 TEST(TZ, EntrySyntaxAndBadEntries)
@@ -232,14 +216,12 @@ TEST(TZ, EntrySyntaxAndBadEntries)
     // DX_TZRulesCreate, and `probe` the type at 12:00 on 1 July 2005 when it
     // succeeds (0x15709 when no entry covers 2005).
     struct Case { const char *value; U32 status; U32 probe; } cases[] = {
-        {"0 3 25-31 3 1991-2037 0 CEST-2", 0, DX_TZ_DAYLIGHT},
         {"0\t3  25-31\t3 1991-2037 0-6 CEST-2:00", 0, DX_TZ_DAYLIGHT},  // tabs; no weekday; ":00"
         {"0 3 25-31 3 1991-2037 0 CEST -2", 0, DX_TZ_STANDARD},  // a blank before the adjust makes it 0
         {"0 3 25-31 3 2037-1991 0 CEST-2", 0, 0x15709},          // a year range backwards covers nothing
         {"0 3 25 3", 0, 0x15709},                                // a missing year reads as 0
         {"0 3 0 3 2005 0 CEST-2", 0x15601, 0},                   // day 0
         {"0 3 25 13 2005 0 CEST-2", 0x15602, 0},                 // month 13
-        {"0 3 25 0 2005 0 CEST-2", 0x15602, 0},                  // month 0
         {"0 3 30 2 2005 0 CEST-2", 0x15604, 0},                  // 30 February
         {"0 3 25-30 3-2 2005 0 CEST-2", 0x15604, 0},             // the to date is checked too
         {"abc", 0x15602, 0},                                     // nothing parses: month 0 is checked first
@@ -268,7 +250,7 @@ TEST(TZ, NumberedKeysStopAtTheFirstGapAndGoOnWithAColon)
     // gap would be bad but is never read either.
     std::string text = "[CET-1CEST]\n";
     for (int n = 1; n <= 9; ++n)
-        text += "begin" + std::to_string(n) + " = 0 3 25-31 3 1991 0 CEST-2\n";
+        text.append("begin").append(std::to_string(n)).append(" = 0 3 25-31 3 1991 0 CEST-2\n");
     text += "begin10 = 0 3 25-31 3 2006 0 CEST-2\n"
             "begin: = 0 3 25-31 3 2005 0 CEST-2\n"
             "begin< = 0 3 0 3 2005 0 CEST-2\n"
@@ -306,7 +288,6 @@ TEST(TZ, FileLevelFailures)
     EXPECT_EQ(DX_TZRulesCreate(&rules, "/nonexistent/zones.profile", nullptr), 0x15201u);
     EXPECT_EQ(rules, 0u);
     EXPECT_EQ(DX_TZRulesCreate(&rules, nullptr, "CET-1CEST"), 0x1520Du);
-    EXPECT_EQ(DX_TZRulesCreate(nullptr, "x", nullptr), DX_TZ_ERR_NULL);
     // A section read alone gets its own name; an empty file is an empty set.
     Rules one(std::string(kNewYork) + kParis, "CET-1CEST");
     EXPECT_EQ(one.status, 0u);
@@ -469,14 +450,14 @@ TEST(TZ, UTCToLocalAbbreviationsAndNullArguments)
         EXPECT_EQ(DX_TZFromUTCToLocalTime(r.handle, c.zone, nullptr, nullptr, c.utc, abbr, c.size), c.status);
         EXPECT_STREQ(abbr, c.abbreviation);
     }
-    EXPECT_EQ(DX_TZCreateTZRulesEmpty(nullptr), DX_TZ_ERR_NULL);
-    EXPECT_EQ(DX_TZCreateTZRule(nullptr, "x", "y"), DX_TZ_ERR_NULL);
-    EXPECT_EQ(DX_TZAddTZEntry(nullptr, nullptr, nullptr), DX_TZ_ERR_NULL);
-    EXPECT_EQ(DX_TZAddTZRule(r.handle, "X", nullptr), DX_TZ_ERR_NULL);
     HLIST none = 0xA5;
-    EXPECT_EQ(DX_TZCreateTZRulesSimple(&none, nullptr, "x", "y", nullptr, nullptr), DX_TZ_ERR_NULL);
+    std::vector<U32> codes = {
+        DX_TZCreateTZRulesEmpty(nullptr), DX_TZCreateTZRule(nullptr, "x", "y"), DX_TZAddTZEntry(nullptr, nullptr, nullptr),
+        DX_TZAddTZRule(r.handle, "X", nullptr), DX_TZCreateTZRulesSimple(&none, nullptr, "x", "y", nullptr, nullptr),
+        DX_TZEnum(r.handle, DX_TZ_ENUM_FIRST, nullptr, 0, nullptr, 0, nullptr, 0, nullptr), DX_TZRulesCreate(nullptr, "x", nullptr),
+    };
+    EXPECT_EQ(codes, std::vector<U32>(codes.size(), DX_TZ_ERR_NULL));
     EXPECT_EQ(none, 0u);
-    EXPECT_EQ(DX_TZEnum(r.handle, DX_TZ_ENUM_FIRST, nullptr, 0, nullptr, 0, nullptr, 0, nullptr), DX_TZ_ERR_NULL);
     EXPECT_EQ(DX_TZGetLocalType(0, "CET-1CEST", nullptr, summer), 0x15705u);
     EXPECT_EQ(DX_TZGetLocalType(r.handle, nullptr, nullptr, summer), 0x15705u);
     EXPECT_EQ(DX_TZGetLocalType(r.handle, "CET-1CEST", nullptr, summer), 0u);  // outputs are optional
@@ -491,15 +472,15 @@ TEST(TZ, AThousandZonesAllFound)
 {
     std::string text;
     for (int n = 0; n < 1000; ++n)
-        text += "[Z" + std::to_string(n) + "-1ZD]\nname = zone " + std::to_string(n) +
-                "\nbegin1 = 0 3 25-31 3 1996-2037 0 ZD-2\nend1 = 0 2 25-31 10 1996-2037 0 Z-1\n";
+        text.append("[Z").append(std::to_string(n)).append("-1ZD]\nname = zone ").append(std::to_string(n))
+            .append("\nbegin1 = 0 3 25-31 3 1996-2037 0 ZD-2\nend1 = 0 2 25-31 10 1996-2037 0 Z-1\n");
     Rules r(text);
     ASSERT_EQ(r.status, 0u);
     for (int n = 0; n < 1000; ++n) {
         std::string zone = std::string("Z").append(std::to_string(n)).append("-1ZD");
         char name[81];
         ASSERT_EQ(DX_TZFind(r.handle, zone.c_str(), name, sizeof name, nullptr, 0), 0u);
-        EXPECT_EQ(std::string(name), "zone " + std::to_string(n));
+        EXPECT_EQ(std::string(name), std::string("zone ").append(std::to_string(n)));
         EXPECT_EQ(toLocal(r.handle, zone.c_str(), minutes(2005, 7, 1, 10, 0)).minutes, minutes(2005, 7, 1, 12, 0));
     }
 }
@@ -539,34 +520,29 @@ TEST(TZ, OutOfMemoryLeavesNothing)
     writeFile(dir.file("z.profile"), std::string(kParis) + kNewYork + kSydney);
     std::string path = dir.file("z.profile");
     std::set<U32> seen;
-    auto record = [&](U32 status) { seen.insert(status); };
+    // A set read, copied and used, then one built from entries: every
+    // allocation of both ways of making a set fails once.
     rqtest::allocationSweep(
         [&] {
-            HLIST rules = 0xA5;
+            HLIST rules = 0xA5, copy = 0, simple = 0;
             U32 status = DX_TZRulesCreate(&rules, path.c_str(), nullptr);
             EXPECT_TRUE(status == 0 || rules == 0u);
-            HLIST copy = 0;
             if (status == 0)
                 status = DX_TZRulesCopy(rules, &copy);
             if (status == 0) {
                 // A conversion whose year table cannot be had still answers.
                 EXPECT_EQ(toLocal(copy, "CET-1CEST", minutes(2005, 7, 1, 10, 0)).minutes, minutes(2005, 7, 1, 12, 0));
+                DX_TZENTRY b = entry(25, 2, 1996, 2037, 180, 0, -120), e = entry(25, 9, 1996, 2037, 120, 0, -60);
+                simple = 0xA5;
+                status = DX_TZCreateTZRulesSimple(&simple, "CET-1CEST", "Paris", nullptr, &b, &e);
+                EXPECT_TRUE(status == 0 || simple == 0u);
             }
+            DX_TZRulesDestroy(&simple);
             DX_TZRulesDestroy(&copy);
             DX_TZRulesDestroy(&rules);
             return status;
         },
-        record);
-    rqtest::allocationSweep(
-        [&] {
-            DX_TZENTRY b = entry(25, 2, 1996, 2037, 180, 0, -120), e = entry(25, 9, 1996, 2037, 120, 0, -60);
-            HLIST rules = 0xA5;
-            U32 status = DX_TZCreateTZRulesSimple(&rules, "CET-1CEST", "Paris", nullptr, &b, &e);
-            EXPECT_TRUE(status == 0 || rules == 0u);
-            DX_TZRulesDestroy(&rules);
-            return status;
-        },
-        record);
+        [&](U32 status) { seen.insert(status); });
     // Every failure is the family's or the list's or the profile reader's
     // out-of-memory code; 0 where only a year table could not be had.
     for (U32 status : seen)

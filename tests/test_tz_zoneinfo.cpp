@@ -17,6 +17,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -35,47 +37,28 @@ struct Zone {
 };
 
 // The sections in file order, each with the tz names of its "name" key and of
-// the "# also:" comment above it.
+// the "# also:" comment (and its "#   " continuation lines) above it.
 std::vector<Zone> readZones(HLIST rules)
 {
     std::vector<Zone> zones;
-    std::vector<std::string> pending;
-    FILE *f = std::fopen(kZoneFile.c_str(), "r");
-    if (f == nullptr)
-        return zones;
-    char line[256];
+    std::vector<std::string> also;
     bool inAlso = false;
-    while (std::fgets(line, sizeof line, f) != nullptr) {
-        std::string s(line);
-        while (!s.empty() && (s.back() == '\n' || s.back() == '\r'))
-            s.pop_back();
-        if (s.rfind("# also:", 0) == 0 || (inAlso && s.rfind("#   ", 0) == 0)) {
-            inAlso = true;
-            size_t at = s.rfind("# also:", 0) == 0 ? 7 : 1;
-            while (at < s.size()) {
-                size_t start = s.find_first_not_of(' ', at);
-                if (start == std::string::npos)
-                    break;
-                size_t end = s.find(' ', start);
-                pending.push_back(s.substr(start, end - start));
-                at = end;
-            }
+    for (const std::string &s : rqtest::splitLines(rqtest::readFile(kZoneFile))) {
+        bool first = s.rfind("# also:", 0) == 0;
+        inAlso = first || (inAlso && s.rfind("#   ", 0) == 0);
+        std::istringstream words(inAlso ? s.substr(first ? 7 : 1) : std::string());
+        for (std::string w; inAlso && words >> w;)
+            also.push_back(w);
+        if (inAlso || s.size() <= 2 || s[0] != '[')
             continue;
-        }
-        inAlso = false;
-        if (s.size() > 2 && s[0] == '[') {
-            Zone z;
-            z.zone = s.substr(1, s.find(']') - 1);
-            char name[DX_TZ_NAME_SIZE] = "";
-            char country[DX_TZ_NAME_SIZE] = "";
-            EXPECT_EQ(DX_TZFind(rules, z.zone.c_str(), name, sizeof name, country, sizeof country), 0u) << z.zone;
-            z.names.push_back(name);
-            z.names.insert(z.names.end(), pending.begin(), pending.end());
-            pending.clear();
-            zones.push_back(z);
-        }
+        Zone z{s.substr(1, s.find(']') - 1), {}};
+        char name[DX_TZ_NAME_SIZE] = "";
+        EXPECT_EQ(DX_TZFind(rules, z.zone.c_str(), name, sizeof name, nullptr, 0), 0u) << z.zone;
+        z.names.push_back(name);
+        z.names.insert(z.names.end(), also.begin(), also.end());
+        also.clear();
+        zones.push_back(z);
     }
-    std::fclose(f);
     return zones;
 }
 
@@ -119,15 +102,14 @@ public:
         U32 rc = DX_TZFromUTCToLocalTime(rules_, zone_.c_str(), &local, &type, static_cast<U32>(u), nullptr, 0);
         U32 wantType = want.daylight ? DX_TZ_DAYLIGHT : DX_TZ_STANDARD;
         if (rc != 0 || local != static_cast<U32>(u + want.offset) || type != wantType) {
-            fail("UTC " + when(u) + ": library rc " + std::to_string(rc) + " local " + when(local) + " type " +
-                 std::to_string(type) + ", system " + when(u + want.offset) + (want.daylight ? " daylight" : ""));
+            fail("UTC", when(u), "library rc", rc, "local", when(local), "type", type, "system", when(u + want.offset),
+                 want.daylight ? "daylight" : "standard");
             return;
         }
         U32 back = 0;
         rc = DX_TZFromLocalTimeToUTC(rules_, zone_.c_str(), &back, local, type);
         if (rc != 0 || back != static_cast<U32>(u))
-            fail("local " + when(local) + " type " + std::to_string(type) + " back to UTC: rc " + std::to_string(rc) +
-                 " " + when(back) + ", want " + when(u));
+            fail("local", when(local), "type", type, "back to UTC: rc", rc, when(back), "want", when(u));
     }
 
     // Local wall-clock minute l near a change at UTC minute t from before to after.
@@ -138,27 +120,25 @@ public:
         bool has1 = u1 < t, has2 = u2 >= t;
         U32 out = 0;
         U32 rc = DX_TZFromLocalTimeToUTC(rules_, zone_.c_str(), &out, static_cast<U32>(l), 0);
-        auto at = [l] { return "local " + when(l) + ": "; };
         if (!has1 && !has2) {
             if (rc != DX_TZ_ERR_SKIPPED)
-                fail(at() + "skipped by the system, library rc " + std::to_string(rc) + " UTC " + when(out));
+                fail("local", when(l), "skipped by the system, library rc", rc, "UTC", when(out));
             return;
         }
         if (has1 && has2) {
             if (rc != DX_TZ_ERR_NO_TYPE)
-                fail(at() + "doubled by the system, library rc " + std::to_string(rc) + " without a type");
+                fail("local", when(l), "doubled by the system, library rc", rc, "without a type");
             long long dstUtc = before.daylight ? u1 : u2, stdUtc = before.daylight ? u2 : u1;
             U32 a = 0, b = 0;
             U32 rcA = DX_TZFromLocalTimeToUTC(rules_, zone_.c_str(), &a, static_cast<U32>(l), DX_TZ_DAYLIGHT);
             U32 rcB = DX_TZFromLocalTimeToUTC(rules_, zone_.c_str(), &b, static_cast<U32>(l), DX_TZ_STANDARD);
             if (rcA != 0 || rcB != 0 || a != static_cast<U32>(dstUtc) || b != static_cast<U32>(stdUtc))
-                fail(at() + "doubled: library daylight " + when(a) + " standard " + when(b) + ", system " + when(dstUtc) +
-                     " and " + when(stdUtc));
+                fail("local", when(l), "doubled: library", when(a), "and", when(b), "system", when(dstUtc), "and", when(stdUtc));
             return;
         }
         long long want = has1 ? u1 : u2;
         if (rc != 0 || out != static_cast<U32>(want))
-            fail(at() + "library rc " + std::to_string(rc) + " UTC " + when(out) + ", system " + when(want));
+            fail("local", when(l), "library rc", rc, "UTC", when(out), "system", when(want));
     }
 
     // Every 15 minutes 2.5 hours either side of a change, and the minutes
@@ -203,42 +183,31 @@ public:
     long long failed = 0;
 
 private:
-    void fail(const std::string &what)
+    template <typename... Parts>
+    void fail(const Parts &...parts)
     {
+        std::ostringstream text;
+        text << zone_ << " " << name_ << ":";
+        ((text << " " << parts), ...);
         if (failed++ == 0)
-            first = zone_ + " " + name_ + ": " + what;
+            first = text.str();
     }
 
     HLIST rules_;
     std::string zone_, name_;
 };
 
-class ScopedTZ {
-public:
-    ScopedTZ()
-    {
-        const char *old = std::getenv("TZ");
-        had_ = old != nullptr;
-        if (had_)
-            old_ = old;
-    }
+// TZ as it was before the test, put back at the end.
+struct ScopedTZ {
     ~ScopedTZ()
     {
-        if (had_)
-            setenv("TZ", old_.c_str(), 1);
+        if (old.has_value())
+            setenv("TZ", old->c_str(), 1);
         else
             unsetenv("TZ");
         tzset();
     }
-    void set(const std::string &name)
-    {
-        setenv("TZ", name.c_str(), 1);
-        tzset();
-    }
-
-private:
-    bool had_ = false;
-    std::string old_;
+    std::optional<std::string> old = std::getenv("TZ") ? std::optional<std::string>(std::getenv("TZ")) : std::nullopt;
 };
 
 TEST(TZZoneinfo, EveryShippedZoneConvertsAsTheSystemDoes)
@@ -251,31 +220,27 @@ TEST(TZZoneinfo, EveryShippedZoneConvertsAsTheSystemDoes)
     ASSERT_GT(zones.size(), 50u);
 
     ScopedTZ tz;
-    std::vector<std::string> failures;
     long long checks = 0, changes = 0, names = 0;
     for (const Zone &zone : zones) {
         for (size_t i = 0; i < zone.names.size(); ++i) {
             const std::string &name = zone.names[i];
-            if (access(("/usr/share/zoneinfo/" + name).c_str(), R_OK) != 0)
+            if (access(std::string("/usr/share/zoneinfo/").append(name).c_str(), R_OK) != 0)
                 continue;  // a tz database older than the one the file was made from
-            tz.set(name);
+            setenv("TZ", name.c_str(), 1);
+            tzset();
             bool hourly = false;
             for (const char *h : kHourly)
                 hourly = hourly || name == h;
             Checker c(rules, zone, name);
             c.sweep(hourly ? 60 : i == 0 ? 25 * 60 : 241 * 60);
             if (c.failed != 0)
-                failures.push_back(c.first + " (" + std::to_string(c.failed) + " in all)");
+                ADD_FAILURE() << c.first << " (" << c.failed << " disagreements in all)";
             checks += c.checks;
             changes += c.changes;
             ++names;
         }
     }
     EXPECT_GT(names, 300);
-    std::string all;
-    for (const std::string &f : failures)
-        all += "\n  " + f;
-    EXPECT_TRUE(failures.empty()) << failures.size() << " disagreements:" << all;
     std::printf("%lld tz names, %lld changes, %lld conversions checked\n", names, changes, checks);
     DX_TZRulesDestroy(&rules);
 }
