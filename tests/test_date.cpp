@@ -7,7 +7,6 @@
 #include "rqcore/nls.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -437,7 +436,7 @@ TEST_F(DateFormat, ExtremeWidths)
     EXPECT_EQ(status, 0x16002u);
     for (const char *format : {"%-32768dm", "%32768dm"}) {
         SCOPED_TRACE(format);
-        EXPECT_EQ(print(format, jan5, 32770, &status), "5" + std::string(32767, ' '));
+        EXPECT_EQ(print(format, jan5, 32770, &status), std::string("5").append(32767, ' '));
         EXPECT_EQ(status, 0u);
     }
 }
