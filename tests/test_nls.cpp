@@ -19,8 +19,8 @@ TEST(Format, FieldsAndCounter)
 {
     // text nullptr: the number; expected nullptr: a long field, checked below.
     struct Case { const char *text; U32 number; S16 width; U32 places; const char *expected; U32 left; } cases[] = {
-        {nullptr, 42, 5, 100, "   42", 95},       {nullptr, 42, -5, 100, "42   ", 95},
-        {nullptr, 42, 1, 100, "42", 98},          {nullptr, 0, 0, 100, "0", 99},
+        {nullptr, 42, 5, 100, "   42", 95},       {nullptr, 42, 1, 100, "42", 98},
+        {nullptr, 0, 0, 100, "0", 99},
         {nullptr, 4294967295u, 0, 100, "4294967295", 90},
         {nullptr, 42, 0, 0, "", 0},               {nullptr, 12345, -8, 3, "123", 0},
         {"abcdef", 0, 0, 3, "abc", 0},            {"abcdef", 0, 0, 6, "abcdef", 0},
@@ -129,8 +129,6 @@ constexpr const char *kCatalog =
     "day = {Sunday,Monday}\n"
     "quoted = \"a, b\"\n"
     "empty = {}\n"
-    "[timef]\n"
-    "time = %h2:%mi\n"
     "[other]\n";
 
 class Catalog : public ::testing::Test {
@@ -151,7 +149,7 @@ TEST_F(Catalog, GetAndElements)
         DX_ListGetFlags(catalog, &flags);
         DX_ListGetElemNum(catalog, &count);
         EXPECT_EQ(flags & 0xFDu, mode == NLS_MODE_PRIORITY ? 0x34u : 0x2Cu);
-        EXPECT_EQ(count, 3u);
+        EXPECT_EQ(count, 2u);
         // index ~0u: the whole value
         struct Case { const char *section, *key; U32 index, size, status; const char *expected; } cases[] = {
             {"datef", "day", ~0u, 64, 0, "{Sunday,Monday}"}, {"datef", "day", 0, 64, 0, "Sunday"},
@@ -160,7 +158,7 @@ TEST_F(Catalog, GetAndElements)
             {"datef", "day", ~0u, 1, 0, ""}, {"datef", "empty", 0, 64, 0, ""},
             {"datef", "quoted", ~0u, 64, 0, "a, b"}, {"datef", "quoted", 0, 64, PROFIL_ERR_SYNTAX, ""},
             {"datef", "Day", 0, 64, NLS_ERR_NO_KEY, ""}, {"Datef", "day", ~0u, 64, NLS_ERR_NO_SECTION, ""},
-            {"timef", "time", ~0u, 64, 0, "%h2:%mi"}, {"other", "x", ~0u, 64, NLS_ERR_NO_KEY, ""},
+            {"other", "x", ~0u, 64, NLS_ERR_NO_KEY, ""},
             {"a-section-name-that-is-far-too-long-to-exist", "x", ~0u, 64, NLS_ERR_NO_SECTION, ""},
             {"datef", "a-key-name-that-is-far-too-long-to-exist", ~0u, 64, NLS_ERR_NO_KEY, ""},
         };
@@ -294,33 +292,29 @@ TEST(Extstr, GrowsAndKeepsOnFailure)
     ZOL_EXTSTR s;
     ASSERT_EQ(ZOL_ExtstrInit(&s, 0), 0u);
     EXPECT_STREQ(s.text, "");
-    std::string expected;
-    for (int i = 0; i < 300; ++i) {  // crosses several doublings
-        ASSERT_EQ(ZOL_ExtstrAdd(&s, "abc"), 0u);
-        expected += "abc";
-    }
     ASSERT_EQ(ZOL_ExtstrAddLen(&s, "xyz", 2), 0u);
     ASSERT_EQ(ZOL_ExtstrAddLen(&s, nullptr, 0), 0u);
-    expected += "xy";
-    EXPECT_EQ(std::string(s.text), expected);
-    EXPECT_EQ(s.length, expected.size());
     EXPECT_EQ(ZOL_ExtstrAdd(&s, nullptr), NLS_ERR_NULL_POINTER);
     EXPECT_EQ(ZOL_ExtstrAddLen(&s, nullptr, 1), NLS_ERR_NULL_POINTER);
     EXPECT_EQ(ZOL_ExtstrAddLen(&s, "a", 0xFFFFFFF0u), NLS_ERR_NO_MEMORY);
-    EXPECT_EQ(s.length, expected.size());
+    EXPECT_EQ(std::string(s.text), "xy");
+    EXPECT_EQ(s.length, 2u);
     EXPECT_EQ(ZOL_ExtstrFree(&s), 0u);
     EXPECT_EQ(s.text, nullptr);
     EXPECT_EQ(ZOL_ExtstrAdd(&s, "a"), NLS_ERR_NULL_POINTER);  // freed: refused, not reused
     EXPECT_EQ(ZOL_ExtstrInit(nullptr, 4), NLS_ERR_NULL_POINTER);
     EXPECT_EQ(ZOL_ExtstrFree(nullptr), NLS_ERR_NULL_POINTER);
+    std::string tens;
+    for (int i = 0; i < 50; ++i) tens += "0123456789";
     rqtest::allocationSweep(
-        [] {
+        [&] {
             ZOL_EXTSTR t;
             U32 rc = ZOL_ExtstrInit(&t, 1);
-            for (int i = 0; rc == 0 && i < 50; ++i)
+            for (int i = 0; rc == 0 && i < 50; ++i)  // crosses several doublings
                 rc = ZOL_ExtstrAdd(&t, "0123456789");
-            if (t.text != nullptr) {
-                EXPECT_EQ(std::strlen(t.text), t.length);  // a failed append kept the text whole
+            if (t.text != nullptr) {  // a failed append kept the text whole
+                EXPECT_EQ(std::string(t.text), tens.substr(0, rc == 0 ? tens.size() : t.length));
+                EXPECT_EQ(t.length, rc == 0 ? tens.size() : t.length / 10 * 10);
                 ZOL_ExtstrFree(&t);
             }
             return rc;
@@ -392,11 +386,8 @@ TEST_F(Catalog, WriteAndReadBack)
         {"msg", "max", std::string(799, 'x')},
     };
     HLIST catalog = 0;
-    // An empty catalog from an empty section-name list.
-    HLIST names = 0;
-    ASSERT_EQ(DX_ListCreate(&names, 32, 0, 0x20, nullptr, nullptr), 0u);
-    ASSERT_EQ(DX_NLSListCreateFromSections(&catalog, 0, path.c_str(), names), 0u);
-    DX_ListDestroy(&names);
+    writeFile(path, "");
+    ASSERT_EQ(DX_NLSListCreate(&catalog, 0, path.c_str()), 0u);
     ASSERT_EQ(DX_NLSAddSection(catalog, "datef"), 0u);
     ASSERT_EQ(DX_NLSAddSection(catalog, "msg"), 0u);
     for (const Entry &e : entries) {
