@@ -17,16 +17,17 @@ using rqtest::writeFile;
 
 TEST(Format, FieldsAndCounter)
 {
-    // text nullptr: the number; expected nullptr: a long field, checked below.
-    struct Case { const char *text; U32 number; S16 width; U32 places; const char *expected; U32 left; } cases[] = {
-        {nullptr, 42, 5, 100, "   42", 95},       {nullptr, 42, -5, 100, "42   ", 95},
-        {nullptr, 42, 1, 100, "42", 98},          {nullptr, 0, 0, 100, "0", 99},
+    // text nullptr: the number.
+    struct Case { const char *text; U32 number; S16 width; U32 places; std::string expected; U32 left; } cases[] = {
+        {nullptr, 42, 5, 100, "   42", 95},       {nullptr, 42, 1, 100, "42", 98},
+        {nullptr, 0, 0, 100, "0", 99},
         {nullptr, 4294967295u, 0, 100, "4294967295", 90},
         {nullptr, 42, 0, 0, "", 0},               {nullptr, 12345, -8, 3, "123", 0},
         {"abcdef", 0, 0, 3, "abc", 0},            {"abcdef", 0, 0, 6, "abcdef", 0},
         {"ab", 0, 4, 3, "  a", 0},                {"ab", 0, -4, 3, "ab ", 0},
         {"", 0, -3, 10, "   ", 7},
-        {"xyz", 0, 32767, 40000, nullptr, 40000 - 32767}, {"xyz", 0, -32768, 40000, nullptr, 40000 - 32768},
+        {"xyz", 0, 32767, 40000, std::string(32764, ' ').append("xyz"), 40000 - 32767},
+        {"xyz", 0, -32768, 40000, std::string("xyz").append(32765, ' '), 40000 - 32768},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.text ? c.text : "number") + " width " + std::to_string(c.width) + " places " +
@@ -40,13 +41,7 @@ TEST(Format, FieldsAndCounter)
         ASSERT_EQ(*end, '\0');
         std::string got(buffer.data(), end);
         EXPECT_EQ(got.size(), std::strlen(buffer.c_str()));
-        if (c.expected != nullptr) {
-            EXPECT_EQ(got, c.expected);
-        } else {  // long fields: blanks and the text in the right order
-            size_t field = static_cast<size_t>(c.width < 0 ? -c.width : c.width);
-            ASSERT_EQ(got.size(), field);
-            EXPECT_EQ(got.find(c.text), c.width > 0 ? field - 3 : 0);
-        }
+        EXPECT_EQ(got, c.expected);
     }
 }
 
@@ -129,8 +124,6 @@ constexpr const char *kCatalog =
     "day = {Sunday,Monday}\n"
     "quoted = \"a, b\"\n"
     "empty = {}\n"
-    "[timef]\n"
-    "time = %h2:%mi\n"
     "[other]\n";
 
 class Catalog : public ::testing::Test {
@@ -151,7 +144,7 @@ TEST_F(Catalog, GetAndElements)
         DX_ListGetFlags(catalog, &flags);
         DX_ListGetElemNum(catalog, &count);
         EXPECT_EQ(flags & 0xFDu, mode == NLS_MODE_PRIORITY ? 0x34u : 0x2Cu);
-        EXPECT_EQ(count, 3u);
+        EXPECT_EQ(count, 2u);
         // index ~0u: the whole value
         struct Case { const char *section, *key; U32 index, size, status; const char *expected; } cases[] = {
             {"datef", "day", ~0u, 64, 0, "{Sunday,Monday}"}, {"datef", "day", 0, 64, 0, "Sunday"},
@@ -160,7 +153,7 @@ TEST_F(Catalog, GetAndElements)
             {"datef", "day", ~0u, 1, 0, ""}, {"datef", "empty", 0, 64, 0, ""},
             {"datef", "quoted", ~0u, 64, 0, "a, b"}, {"datef", "quoted", 0, 64, PROFIL_ERR_SYNTAX, ""},
             {"datef", "Day", 0, 64, NLS_ERR_NO_KEY, ""}, {"Datef", "day", ~0u, 64, NLS_ERR_NO_SECTION, ""},
-            {"timef", "time", ~0u, 64, 0, "%h2:%mi"}, {"other", "x", ~0u, 64, NLS_ERR_NO_KEY, ""},
+            {"other", "x", ~0u, 64, NLS_ERR_NO_KEY, ""},
             {"a-section-name-that-is-far-too-long-to-exist", "x", ~0u, 64, NLS_ERR_NO_SECTION, ""},
             {"datef", "a-key-name-that-is-far-too-long-to-exist", ~0u, 64, NLS_ERR_NO_KEY, ""},
         };
@@ -294,33 +287,29 @@ TEST(Extstr, GrowsAndKeepsOnFailure)
     ZOL_EXTSTR s;
     ASSERT_EQ(ZOL_ExtstrInit(&s, 0), 0u);
     EXPECT_STREQ(s.text, "");
-    std::string expected;
-    for (int i = 0; i < 300; ++i) {  // crosses several doublings
-        ASSERT_EQ(ZOL_ExtstrAdd(&s, "abc"), 0u);
-        expected += "abc";
-    }
     ASSERT_EQ(ZOL_ExtstrAddLen(&s, "xyz", 2), 0u);
     ASSERT_EQ(ZOL_ExtstrAddLen(&s, nullptr, 0), 0u);
-    expected += "xy";
-    EXPECT_EQ(std::string(s.text), expected);
-    EXPECT_EQ(s.length, expected.size());
     EXPECT_EQ(ZOL_ExtstrAdd(&s, nullptr), NLS_ERR_NULL_POINTER);
     EXPECT_EQ(ZOL_ExtstrAddLen(&s, nullptr, 1), NLS_ERR_NULL_POINTER);
     EXPECT_EQ(ZOL_ExtstrAddLen(&s, "a", 0xFFFFFFF0u), NLS_ERR_NO_MEMORY);
-    EXPECT_EQ(s.length, expected.size());
+    EXPECT_EQ(std::string(s.text), "xy");
+    EXPECT_EQ(s.length, 2u);
     EXPECT_EQ(ZOL_ExtstrFree(&s), 0u);
     EXPECT_EQ(s.text, nullptr);
     EXPECT_EQ(ZOL_ExtstrAdd(&s, "a"), NLS_ERR_NULL_POINTER);  // freed: refused, not reused
     EXPECT_EQ(ZOL_ExtstrInit(nullptr, 4), NLS_ERR_NULL_POINTER);
     EXPECT_EQ(ZOL_ExtstrFree(nullptr), NLS_ERR_NULL_POINTER);
+    std::string tens;
+    for (int i = 0; i < 50; ++i) tens += "0123456789";
     rqtest::allocationSweep(
-        [] {
+        [&] {
             ZOL_EXTSTR t;
             U32 rc = ZOL_ExtstrInit(&t, 1);
-            for (int i = 0; rc == 0 && i < 50; ++i)
+            for (int i = 0; rc == 0 && i < 50; ++i)  // crosses several doublings
                 rc = ZOL_ExtstrAdd(&t, "0123456789");
-            if (t.text != nullptr) {
-                EXPECT_EQ(std::strlen(t.text), t.length);  // a failed append kept the text whole
+            if (t.text != nullptr) {  // a failed append kept the text whole
+                EXPECT_EQ(std::string(t.text), tens.substr(0, rc == 0 ? tens.size() : t.length));
+                EXPECT_EQ(t.length, rc == 0 ? tens.size() : t.length / 10 * 10);
                 ZOL_ExtstrFree(&t);
             }
             return rc;
@@ -374,15 +363,10 @@ TEST(Message, PositionalArguments)
 TEST_F(Catalog, WriteAndReadBack)
 {
     rqtest::LeakCheck leaks;
-    std::string longList = "{";
-    for (int i = 0; i < 60; ++i)
-        longList.append(i ? "," : "").append("item").append(std::to_string(i));
-    longList += "}";
-    // One character past a line once written as "edge = {...}": it must be broken.
-    std::string edgeList = "{";
-    for (int i = 0; i < 102; ++i)
-        edgeList += "x,";
-    edgeList += "x}";
+    std::string longList = "{item0", edgeList = "{x";
+    for (int i = 1; i < 60; ++i) longList.append(",item").append(std::to_string(i));
+    for (int i = 0; i < 102; ++i) edgeList += ",x";  // one character past a line once written as "edge = {...}"
+    longList += "}", edgeList += "}";
     struct Entry { const char *section; const char *key; std::string value; } entries[] = {
         {"datef", "day", "{Sunday,Monday}"}, {"datef", "long", longList},
         {"datef", "edge", edgeList}, {"datef", "quoted list", "{\"a, b\",c d, \"e\"}"},
@@ -392,11 +376,8 @@ TEST_F(Catalog, WriteAndReadBack)
         {"msg", "max", std::string(799, 'x')},
     };
     HLIST catalog = 0;
-    // An empty catalog from an empty section-name list.
-    HLIST names = 0;
-    ASSERT_EQ(DX_ListCreate(&names, 32, 0, 0x20, nullptr, nullptr), 0u);
-    ASSERT_EQ(DX_NLSListCreateFromSections(&catalog, 0, path.c_str(), names), 0u);
-    DX_ListDestroy(&names);
+    writeFile(path, "");
+    ASSERT_EQ(DX_NLSListCreate(&catalog, 0, path.c_str()), 0u);
     ASSERT_EQ(DX_NLSAddSection(catalog, "datef"), 0u);
     ASSERT_EQ(DX_NLSAddSection(catalog, "msg"), 0u);
     for (const Entry &e : entries) {
