@@ -22,7 +22,8 @@ namespace {
 
 bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
 
-TEST(Timers, RealAndCpuFromTicksWithoutChildren)
+// Real and CPU time from ticks, without the children's; the start and stop lines.
+TEST(Timers, TimesAndLines)
 {
     const long rate = sysconf(_SC_CLK_TCK);
     ASSERT_GT(rate, 0);
@@ -38,16 +39,10 @@ TEST(Timers, RealAndCpuFromTicksWithoutChildren)
     EXPECT_DOUBLE_EQ(cpu, static_cast<double>(r + r / 2) / rate);
     ZOL_TimerDataGet(&t, nullptr, &cpu);
     ZOL_TimerDataGet(&t, &real, nullptr);
-    real = cpu = -1;
     ZOL_TimerDataGet(nullptr, &real, &cpu);
     EXPECT_TRUE(real == 0.0 && cpu == 0.0);
     ZOL_TimerStart(nullptr);
     ZOL_TimerStop(nullptr);
-}
-
-TEST(Timers, StartAndStopLines)
-{
-    ZOL_TIMER t{};
     char buffer[128];
     rqtest::fillJunk(buffer, sizeof buffer);
     ZOL_BeginTimerCall(buffer, 0, nullptr, &t);  // the size is not looked at for this line
@@ -55,10 +50,8 @@ TEST(Timers, StartAndStopLines)
     ZOL_BeginTimerCall(buffer, 0, "load", &t);
     EXPECT_STREQ(buffer, "Start load");
     ZOL_BeginTimerCall(nullptr, 0, "load", &t);
-    struct Case {
-        U16 size;
-        const char *name, *pattern;  // empty pattern: the buffer is left alone
-    } const cases[] = {
+    ZOL_StopTimerCall(nullptr, 60, "x", &t);
+    struct Case { U16 size; const char *name, *pattern; } const cases[] = {  // empty pattern: buffer left alone
         {48, "load", ""}, {0, "load", ""},  // 48 columns are the rest of the line: no room for a name
         {60, "load", "^Stop  {9}load:    [0-9]{3}\\.[0-9]{3} \\(real\\) [0-9]{2}\\.[0-9]{5} \\(cpu\\)$"},
         {49, "x", "^Stop  x:    [0-9.]{7} \\(real\\) [0-9.]{8} \\(cpu\\)$"},
@@ -75,7 +68,6 @@ TEST(Timers, StartAndStopLines)
         ASSERT_LT(std::strlen(buffer), size_t{c.size}) << "the line stays inside size";
         EXPECT_TRUE(std::regex_search(buffer, std::regex(c.pattern))) << buffer;
     }
-    ZOL_StopTimerCall(nullptr, 60, "x", &t);
 }
 
 TEST(System, CodesAndWordLimit)
@@ -89,32 +81,22 @@ TEST(System, CodesAndWordLimit)
             cmd.append(gap).append(numbered(i));
         return cmd.append(gap);
     };
-    struct Case {
-        std::string command;
-        S32 expected;
-        int created;  // files f0, f1, ... that exist afterwards (-1: not looked at)
-    } const cases[] = {
+    struct Case { std::string command; S32 expected; int created; } const cases[] = {  // created -1: not looked at
         {"\x01", 1, -1}, {"", 1, -1}, {"    ", 1, -1},  // "\x01" stands for null; all blank: nothing to run
         {"/nonexistent/program arg", 0, -1},  // the child exits 127 and is reaped
         {"false", 0, -1},                     // the exit status is not returned
         {touch(2, "   "), 0, 2},              // runs of spaces are one separator
         {touch(18, " "), 0, 18},              // program + 18 arguments fit
         {touch(19, " "), -1, 18},             // a 19th is dropped, the rest still runs
-        {touch(30, "  "), -1, 18},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.command);
-        for (int i = 0; i < 30; ++i)
+        for (int i = 0; i < 19; ++i)
             ::unlink(numbered(i).c_str());
         EXPECT_EQ(ZOL_system(c.command == "\x01" ? nullptr : c.command.c_str()), c.expected);
-        for (int i = 0; c.created >= 0 && i < 30; ++i)
+        for (int i = 0; c.created >= 0 && i < 19; ++i)
             EXPECT_EQ(exists(numbered(i)), i < c.created) << i;
     }
-}
-
-TEST(System, AllocationFailure)
-{
-    rqtest::TempDir dir;
     const std::string made = dir.file("made"), cmd = std::string("touch ").append(made);
     rqtest::allocationSweep([&] { return static_cast<U32>(ZOL_system(cmd.c_str())); }, [&](U32 status) {
         EXPECT_EQ(status, 0xFFFFFFFFu);
@@ -123,11 +105,11 @@ TEST(System, AllocationFailure)
     EXPECT_TRUE(exists(made));
 }
 
-TEST(MilliSleep, SecondsThenMicroseconds)
+TEST(Process, SleepIdentityAndEnd)
 {
     struct Case { U32 ms; std::vector<std::pair<char, unsigned long>> calls; } const cases[] = {
-        {2500, {{'s', 2}, {'u', 500000}}}, {3000, {{'s', 3}}},  // no microsecond call for whole seconds
-        {999, {{'s', 0}, {'u', 999000}}},  {0, {{'s', 0}}},  {0xFFFFFFFFu, {{'s', 4294967}, {'u', 295000}}},
+        {3000, {{'s', 3}}}, {0, {{'s', 0}}},  // no microsecond call for whole seconds
+        {999, {{'s', 0}, {'u', 999000}}}, {0xFFFFFFFFu, {{'s', 4294967}, {'u', 295000}}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.ms);
@@ -135,10 +117,6 @@ TEST(MilliSleep, SecondsThenMicroseconds)
         EXPECT_EQ(ZOL_MilliSleep(c.ms), 0);
         EXPECT_EQ(gSleeps, c.calls);
     }
-}
-
-TEST(Process, IdentityAndEnd)
-{
     EXPECT_EQ(ZOL_Getpid(), static_cast<S32>(getpid()));
     EXPECT_EXIT(ZOL_Exit(3), ::testing::ExitedWithCode(3), "");
     EXPECT_EXIT(ZOL_Abort(), ::testing::KilledBySignal(SIGABRT), "");
@@ -147,16 +125,12 @@ TEST(Process, IdentityAndEnd)
 TEST(Files, SizeAndTruncate)
 {
     rqtest::TempDir dir;
-    const std::string file = dir.file("data"), missing = dir.file("missing");
+    const std::string file = dir.file("data");
     std::ofstream(file) << "twelve bytes";
     int fds[2];
     ASSERT_EQ(::pipe(fds), 0);
     const std::string pipePath = std::string("/proc/self/fd/").append(std::to_string(fds[0]));
-    struct Case {
-        const char *path;
-        bool nullSize;
-        U32 expected, size;  // 0xA5A5A5A5: untouched
-    } const cases[] = {
+    struct Case { const char *path; bool nullSize; U32 expected, size; } const cases[] = {  // 0xA5A5A5A5: untouched
         {file.c_str(), false, 0, 12},   {nullptr, false, 0x13802, 0xA5A5A5A5},
         {file.c_str(), true, 0x13802, 0xA5A5A5A5}, {"/nonexistent/file", false, 0x13801, 0xA5A5A5A5},
         {pipePath.c_str(), false, 0x13803, 0},  // a pipe has no end to seek to
@@ -170,15 +144,14 @@ TEST(Files, SizeAndTruncate)
     ::close(fds[0]);
     ::close(fds[1]);
     EXPECT_EQ(ZOL_truncate(file.c_str(), 3), 0u);
-    EXPECT_EQ(rqtest::readFile(file), "twe");
     EXPECT_EQ(ZOL_truncate(file.c_str(), 4096), 0u);
     EXPECT_EQ(rqtest::readFile(file), std::string("twe").append(4093, '\0'));
     EXPECT_EQ(ZOL_truncate(nullptr, 0), 0x16C12u);
-    EXPECT_EQ(ZOL_truncate(missing.c_str(), 0), 0x16C28u);
+    EXPECT_EQ(ZOL_truncate(dir.file("missing").c_str(), 0), 0x16C28u);
     EXPECT_EQ(ZOL_truncate(dir.path().c_str(), 0), 0x16C28u) << "a directory cannot be truncated";
 }
 
-TEST(Paths, FullPathCopiesUnchanged)
+TEST(Paths, CopyCompareAndTemporaryNames)
 {
     struct Case { const char *path; U32 size; bool nullOutput, copied; } const cases[] = {
         {"rel/../x", 9, false, true}, {"rel/../x", 8, false, false},  // not made absolute; no room for the NUL
@@ -193,22 +166,14 @@ TEST(Paths, FullPathCopiesUnchanged)
             EXPECT_STREQ(out, c.path);
         }
     }
-}
-
-TEST(Paths, CompareIsCaseSensitive)
-{
-    struct Case { const char *a, *b; int sign; } const cases[] = {
+    struct Pair { const char *a, *b; int sign; } const pairs[] = {  // case-sensitive, null first
         {"/a/b", "/a/b", 0}, {"/a/B", "/a/b", -1}, {"/a/b", "/a/b/", -1}, {nullptr, "", -1}, {"", nullptr, 1},
         {nullptr, nullptr, 0},
     };
-    for (const Case &c : cases) {
-        S32 r = ZOL_PathCmp(c.a, c.b);
-        EXPECT_EQ((r > 0) - (r < 0), c.sign) << (c.a ? c.a : "null") << " " << (c.b ? c.b : "null");
+    for (const Pair &p : pairs) {
+        S32 r = ZOL_PathCmp(p.a, p.b);
+        EXPECT_EQ((r > 0) - (r < 0), p.sign) << (p.a ? p.a : "null") << " " << (p.b ? p.b : "null");
     }
-}
-
-TEST(Paths, TemporaryNames)
-{
     rqtest::TempDir dir;
     char *a = sys_tempnam_alloc(dir.path().c_str(), "rq"), *b = sys_tempnam_alloc(dir.path().c_str(), "rq");
     ASSERT_TRUE(a != nullptr && b != nullptr);
