@@ -22,10 +22,10 @@ DX_DATE date(Ymd v)
     return r;
 }
 
-HLIST codes(const std::vector<U16> &list, U32 idSize = 2)
+HLIST codes(const std::vector<U16> &list, U32 idSize = 2, U32 dataSize = 0, DX_LIST_CMPFCT compare = nullptr)
 {
     HLIST h = 0;
-    EXPECT_EQ(DX_ListCreate(&h, idSize, 0, 8, nullptr, nullptr), 0u);
+    EXPECT_EQ(DX_ListCreate(&h, idSize, dataSize, 8, compare, nullptr), 0u);
     for (U32 wide : list) {  // little-endian: the code in the first bytes
         EXPECT_EQ(DX_ListAddLast(h, &wide, nullptr), 0u);
     }
@@ -120,8 +120,7 @@ TEST(Recur, ProducedRecordsAndExcludedDates)
     rqtest::LeakCheck leaks;
     Recur r(2, 1, {2005, 1, 3}, {2005, 1, 16}, {1, 3, 6});
     r.r.start.reserved = 0x01020304;
-    HLIST whole = codes({}, 24), prefix = codes({}, 14), textIds = 0;
-    ASSERT_EQ(DX_ListCreate(&textIds, 24, 0, 0, DX_MemStrnCmp, nullptr), 0u);
+    HLIST whole = codes({}, 24), prefix = codes({}, 14), textIds = codes({}, 24, 0, DX_MemStrnCmp);
     for (Ymd v : {Ymd{2005, 1, 3}, Ymd{2005, 1, 15}, Ymd{2005, 1, 4}}) {
         DX_DATE x = date(v);
         x.reserved = 0x01020304;
@@ -168,9 +167,7 @@ TEST(Recur, BadInput)
     Recur old(4, 1, {1990, 12, 1}, {1991, 2, 1}, {0}), badStart(1, 1, {2005, 1, 1}, {2005, 3, 1});
     badStart.r.start.day = 31;
     badStart.r.start.month = 1;  // 31 February
-    HLIST good = 0, data8 = 0, none = 0;
-    ASSERT_EQ(DX_ListCreate(&good, 2, 24, 8, nullptr, nullptr), 0u);
-    ASSERT_EQ(DX_ListCreate(&data8, 2, 8, 8, nullptr, nullptr), 0u);
+    HLIST good = codes({}, 2, 24), data8 = codes({}, 2, 8), none = 0;
     struct Case { const char *what; const DX_RECUR *r; U32 flags; HLIST list; U32 status; const char *expected; };
     Case cases[] = {
         {"flags 0", &daily.r, 0, 0, 0x15607, ""},
