@@ -208,6 +208,15 @@ TEST(Base64Files, ConvertIn54ByteLinesAndReportTheEmptyRead)
     FileRun bad = convertFile(dir, "QUJDQUJ", false);
     EXPECT_EQ(bad.status, ENCODE_ERR_INCOMPLETE);
     EXPECT_EQ(bad.output, "");
+    // An output stream open for reading refuses the first write: 0x18C06.
+    rqtest::writeFile(dir.file("in"), "QUJD");
+    for (bool encode : {true, false}) {
+        FILE *fin = std::fopen(dir.file("in").c_str(), "rb"), *readOnly = std::fopen(dir.file("in").c_str(), "rb");
+        EXPECT_EQ(encode ? ENCODE_fileConvertToBase64(fin, readOnly, nullptr) : ENCODE_fileConvertFromBase64(fin, readOnly),
+                  ENCODE_ERR_WRITE);
+        std::fclose(fin);
+        std::fclose(readOnly);
+    }
 }
 
 // ---- Quoted-printable encoders ------------------------------------------
