@@ -60,8 +60,9 @@ Bytes randomBytes(std::mt19937 &rng, size_t n)
 Bytes runPython(const rqtest::TempDir &dir, const Bytes &input, const std::string &expr)
 {
     rqtest::writeFile(dir.file("py.in"), input);
-    return rqtest::commandOutput(std::string("python3 -c \"import sys, binascii, quopri, base64; d = open(sys.argv[1], 'rb')"
-                                             ".read(); sys.stdout.buffer.write(").append(expr).append(")\" ").append(dir.file("py.in")));
+    return rqtest::commandOutput(std::string("python3 -c \"import sys, binascii, quopri, base64; d = open(sys.argv[1], "
+                                             "'rb').read(); sys.stdout.buffer.write(")
+                                     .append(expr).append(")\" ").append(dir.file("py.in")));
 }
 
 // Sweeps one allocating call: every failure gives 0x18C01 and hands out nothing.
@@ -212,8 +213,8 @@ TEST(Base64Files, ConvertIn54ByteLinesAndReportTheEmptyRead)
     rqtest::writeFile(dir.file("in"), "QUJD");
     for (bool encode : {true, false}) {
         FILE *fin = std::fopen(dir.file("in").c_str(), "rb"), *readOnly = std::fopen(dir.file("in").c_str(), "rb");
-        EXPECT_EQ(encode ? ENCODE_fileConvertToBase64(fin, readOnly, nullptr) : ENCODE_fileConvertFromBase64(fin, readOnly),
-                  ENCODE_ERR_WRITE);
+        EXPECT_EQ(encode ? ENCODE_fileConvertToBase64(fin, readOnly, nullptr)
+                         : ENCODE_fileConvertFromBase64(fin, readOnly), ENCODE_ERR_WRITE);
         std::fclose(fin);
         std::fclose(readOnly);
     }
@@ -406,7 +407,8 @@ TEST(QuotedPrintable, HexHelpers)
     for (Digit d : std::vector<Digit>{{'0', 0}, {'9', 9}, {'A', 10}, {'f', 15}, {'g', -1}, {'G', -1}, {256 + '1', -1}, {-1, -1}})
         EXPECT_EQ(ENCODE__getCharValue(d.c), d.value) << d.c;
     struct Number { const char *text; U32 count; U32 base; S32 value; };
-    for (Number n : std::vector<Number>{{"1aF", 3, 16, 0x1AF}, {"3Dxyz", 2, 16, 0x3D}, {"19", 2, 8, -1}, {"7FFFFFFF", 8, 16, 0x7FFFFFFF}, {"80000000", 8, 16, -1},
+    for (Number n : std::vector<Number>{{"1aF", 3, 16, 0x1AF}, {"3Dxyz", 2, 16, 0x3D}, {"19", 2, 8, -1},
+                                        {"7FFFFFFF", 8, 16, 0x7FFFFFFF}, {"80000000", 8, 16, -1},
                                         {"1", 0, 16, 0}, {"1", 5, 16, -1}, {"1", 1, 17, -1}, {nullptr, 1, 16, -1}})
         EXPECT_EQ(ENCODE_strntol(n.text, n.count, n.base), n.value) << (n.text ? n.text : "null");
 }
