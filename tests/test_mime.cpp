@@ -457,6 +457,13 @@ TEST(MimeParse, HeaderValues)
     EXPECT_EQ(std::strlen(fieldValue(p, "X-Long")), 255u - 8u);
     EXPECT_EQ(body(ctx.c, p), "body\r\n");
     EXPECT_STREQ(p->fields->name, "X-Long");  // newest first
+    // A boundary is kept to 126 characters after its "--"; delimiter lines
+    // are compared as a prefix, so the full one still splits.
+    const std::string q(200, 'q');
+    Parsed cut(ctx.c, std::string("Content-Type: multipart/mixed; boundary=").append(q).append("\r\n\r\n--").append(q)
+                          .append("\r\n\r\nx\r\n"));
+    EXPECT_EQ(std::string(cut.wrapper->boundary), std::string("--").append(126, 'q'));
+    EXPECT_EQ(cut.wrapper->partCount, 2u);
     MIME_WRAPPER *w = nullptr;
     EXPECT_EQ(MIME_parseMessageFromStream(nullptr, m.stream, &w), U32{MIME_ERR_NULL_CONTEXT});
     EXPECT_EQ(MIME_parseMessageFromStream(ctx.c, nullptr, &w), U32{MIME_ERR_NULL_PARAMETER});
@@ -671,7 +678,8 @@ TEST(MimeParse, StandardsModeTypesAndParameters)
         ASSERT_EQ(m.status, 0u);
         auto parts = m.parts();
         ASSERT_EQ(parts.size(), 4u);
-        EXPECT_EQ(std::pair(parts[0]->type, parts[0]->subtype), std::pair(U32{MIME_TYPE_MULTIPART}, U32{MIME_SUBTYPE_UNKNOWN}));
+        EXPECT_EQ(std::pair(parts[0]->type, parts[0]->subtype),
+                  std::pair(U32{MIME_TYPE_MULTIPART}, U32{MIME_SUBTYPE_UNKNOWN}));
         EXPECT_EQ(params(parts[1]->fields), (Params{{"name", "a;b = c"}, {"title", " x \"y\" "}}));
         EXPECT_EQ(body(ctx.c, parts[1]), "one");
         EXPECT_EQ(parts[2]->type, U32{MIME_TYPE_MESSAGE});
