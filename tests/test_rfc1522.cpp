@@ -54,7 +54,8 @@ TEST_F(Rfc1522, DecodesWordsAndKeepsMalformedOnes)
         {"(=?ISO-8859-1?Q?a?= b)", "(a b)"},
         {"(=?ISO-8859-1?Q?a?=\r\n    =?ISO-8859-1?Q?b?=)", "(ab)"},
         {"(=?ISO-8859-1?Q?a?= =?ISO-8859-2?Q?_b?=)", "(a b)"},
-        // Lower-case encoding letter and hex digits (the corpus test has the language suffix).
+        // A language suffix, a lower-case encoding letter and hex digits.
+        {"=?US-ASCII*EN?Q?Keith_Moore?=", "Keith Moore"},
         {"=?iso-8859-1?q?=e9t=C9?=", "\xC3\xA9t\xC3\x89"},
         // Missing padding; a character split across two words of one set.
         {"=?UTF-8?B?w6k?=", "\xC3\xA9"},
@@ -102,7 +103,7 @@ TEST_F(Rfc1522, NullArgumentsAndStatuses)
     for (const char *text : {"a\x80", "\xED\xA0\x80", "\xF0\x9F\x98\x80"})
         EXPECT_EQ(encode(text, "UTF-8", 'Q').status, 0x18C08u) << text;
     EXPECT_EQ(encode("", "UTF-8", 'B').text, "");
-    EXPECT_EQ(encode("caf\xC3\xA9 ok", "ISO-8859-1", 'Q').text, "=?ISO-8859-1?Q?caf=E9_ok?=");
+    EXPECT_EQ(encode("caf\xC3\xA9 ok*!", "ISO-8859-1", 'Q').text, "=?ISO-8859-1?Q?caf=E9_ok*!?=");
     EXPECT_EQ(encode("caf\xC3\xA9", "UTF-8", 'b').text, "=?UTF-8?B?Y2Fmw6k=?=");
 }
 
