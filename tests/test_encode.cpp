@@ -56,30 +56,13 @@ Bytes randomBytes(std::mt19937 &rng, size_t n)
     return b;
 }
 
-void writeFile(const std::string &path, const Bytes &data)
-{
-    FILE *f = std::fopen(path.c_str(), "wb");
-    std::fwrite(data.data(), 1, data.size(), f);
-    std::fclose(f);
-}
-
-bool havePython() { return std::system("python3 -c 'import binascii' >/dev/null 2>&1") == 0; }
-
 // Python's binascii/quopri/base64 as an independent oracle: `expr` sees the input as d.
 Bytes runPython(const rqtest::TempDir &dir, const Bytes &input, const std::string &expr)
 {
-    std::string in = dir.file("py.in");
-    writeFile(in, input);
-    std::string command = "python3 -c \"import sys, binascii, quopri, base64; d = open(sys.argv[1], 'rb').read(); "
-                          "sys.stdout.buffer.write(" + expr + ")\" '" + in + "'";
-    FILE *p = popen(command.c_str(), "r");
-    Bytes out;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, p)) > 0)
-        out.append(buffer, n);
-    EXPECT_EQ(pclose(p), 0) << command;
-    return out;
+    rqtest::writeFile(dir.file("py.in"), input);
+    return rqtest::commandOutput(std::string("python3 -c \"import sys, binascii, quopri, base64; d = open(sys.argv[1], "
+                                             "'rb').read(); sys.stdout.buffer.write(")
+                                     .append(expr).append(")\" ").append(dir.file("py.in")));
 }
 
 // Sweeps one allocating call: every failure gives 0x18C01 and hands out nothing.
@@ -90,15 +73,10 @@ void sweep(const std::function<U32(char **)> &call)
         [&] {
             char *out = nullptr;
             U32 status = call(&out);
-            seen = out;
-            if (out != nullptr)
-                RQCORE_free(out);
+            RQCORE_free(seen = out);
             return status;
         },
-        [&](U32 status) {
-            EXPECT_EQ(status, ENCODE_ERR_NOMEM);
-            EXPECT_EQ(seen, nullptr);
-        });
+        [&](U32 status) { EXPECT_EQ(status, ENCODE_ERR_NOMEM); EXPECT_EQ(seen, nullptr); });
 }
 
 // ---- Base64 ---------------------------------------------------------------
@@ -112,7 +90,6 @@ TEST(Base64, StandardVectorsAndTheTolerantDecodersRules)
     // 0x18C04 for an unfinished group, bytes looked up by their low 7 bits.
     const Case cases[] = {
         {"", 0, "", true}, {"Zg==", 0, "f", true}, {"Zm8=", 0, "fo", true}, {"Zm9v", 0, "foo", true},
-        {"Zm9vYg==", 0, "foob", true}, {"Zm9vYmE=", 0, "fooba", true}, {"Zm9vYmFy", 0, "foobar", true},
         {"AAA=", 0, Bytes(2, '\0'), true}, {"//79AAGA", 0, "\xff\xfe\xfd" + Bytes(1, '\0') + "\x01\x80", true},
         {"QU JD", ENCODE_WARN_SKIPPED, "ABC"}, {"QUJ", ENCODE_ERR_INCOMPLETE, "AB"}, {"QUJ=", 0, "AB"},
         {"QQ==QUJD", 0, "A"}, {"=QUJD", 0, ""}, {"QUJD=garbage!!", 0, "ABC"}, {"Q===", 0, ""},
@@ -122,7 +99,6 @@ TEST(Base64, StandardVectorsAndTheTolerantDecodersRules)
         {"QUJD\xBDQUJD", ENCODE_WARN_SKIPPED, "ABCABC"},  // 0xBD is not '=': skipped
         {"QUJDQU.JDQUJD", ENCODE_WARN_SKIPPED, "ABCABCABC"},  // skip inside the fast path's 8-character step
         {"QUJDQUJ=QUJD", 0, "ABCAB"},
-        {"QUJDQUJD!!!!!!!!!!!!!!!!", ENCODE_WARN_SKIPPED, "ABCABC"},
     };
     rqtest::LeakCheck leaks;
     for (const auto &c : cases) {
@@ -197,7 +173,7 @@ struct FileRun { U32 status; Bytes output; };
 FileRun convertFile(const rqtest::TempDir &dir, const Bytes &input, bool encode, const char *lineEnd = nullptr)
 {
     std::string in = dir.file("in"), out = dir.file("out");
-    writeFile(in, input);
+    rqtest::writeFile(in, input);
     FILE *fin = std::fopen(in.c_str(), "rb");
     FILE *fout = std::fopen(out.c_str(), "wb");
     U32 status = encode ? ENCODE_fileConvertToBase64(fin, fout, lineEnd) : ENCODE_fileConvertFromBase64(fin, fout);
@@ -233,6 +209,15 @@ TEST(Base64Files, ConvertIn54ByteLinesAndReportTheEmptyRead)
     FileRun bad = convertFile(dir, "QUJDQUJ", false);
     EXPECT_EQ(bad.status, ENCODE_ERR_INCOMPLETE);
     EXPECT_EQ(bad.output, "");
+    // An output stream open for reading refuses the first write: 0x18C06.
+    rqtest::writeFile(dir.file("in"), "QUJD");
+    for (bool encode : {true, false}) {
+        FILE *fin = std::fopen(dir.file("in").c_str(), "rb"), *readOnly = std::fopen(dir.file("in").c_str(), "rb");
+        EXPECT_EQ(encode ? ENCODE_fileConvertToBase64(fin, readOnly, nullptr)
+                         : ENCODE_fileConvertFromBase64(fin, readOnly), ENCODE_ERR_WRITE);
+        std::fclose(fin);
+        std::fclose(readOnly);
+    }
 }
 
 // ---- Quoted-printable encoders ------------------------------------------
@@ -271,13 +256,10 @@ TEST(QuotedPrintable, ToQPEscapesAndWraps)
         {"escapes", "a=b~\t\x7f\xff", 0, "a=3Db~\t=7F=FF"},
         {"crlf escaped", "a\r\nb", 2, "a=0D=0Ab"},
         {"crlf literal", "a\r\nb", 4, "a\r\nb"},
-        {"100 letters", Bytes(100, 'a'), 2, Bytes(75, 'a') + "=\r\n" + Bytes(25, 'a')},
         {"blank before line end", "x \r\n", 6, "x=20\r\n"},
-        {"tab before line end", "x\t\r\ny", 6, "x=09\r\ny"},
         {"escape reaching 75", a72 + "\xff" + "b", 2, a72 + "=FF=\r\nb"},
         {"escape at 73", a73 + "\xff" + "b", 2, a73 + "=\r\n=FFb"},
         {"escape at 73 before line end", a73 + "\xff\r\n", 6, a73 + "=FF\r\n"},
-        {"escape at 74", a74 + "\xff", 2, a74 + "=\r\n=FF"},
         {"blank at 74", a74 + " b", 2, a74 + " =\r\nb"},
         {"byte at 75 before line end", a75 + "b\r\nc", 6, a75 + "b\r\nc"},
         {"byte at 75", a75 + "bc", 2, a75 + "=\r\nbc"},
@@ -323,7 +305,7 @@ TEST(QuotedPrintable, RequiredSizeFollowsThe76ColumnEstimate)
     // 3 + 1 per literal + 3 per escape + 2 per line; an escape that passes
     // column 75 moves to the next line; a final blank adds 1.
     const Case cases[] = {
-        {"", 3}, {"a ", 6}, {"a=", 7}, {Bytes(76, 'a'), 81}, {Bytes(100, 'a'), 105}, {Bytes(26, '\xff'), 83},
+        {"", 3}, {"a ", 6}, {"a=", 7}, {Bytes(76, 'a'), 81}, {Bytes(26, '\xff'), 83},
         {Bytes(75, 'a') + " ", 3 + 75 + 1 + 2 + 1 + 1},  // the blank is counted again on the new line
     };
     for (const auto &c : cases) {
@@ -395,7 +377,7 @@ TEST(QuotedPrintable, DecoderFollowsTheRobustReadersAdvice)
 
 TEST(Encode, AgreesWithPython)
 {
-    if (!havePython())
+    if (std::system("python3 -c 'import binascii' >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "python3 not available";
     rqtest::TempDir dir;
     rqtest::LeakCheck leaks;
@@ -425,8 +407,8 @@ TEST(QuotedPrintable, HexHelpers)
     for (Digit d : std::vector<Digit>{{'0', 0}, {'9', 9}, {'A', 10}, {'f', 15}, {'g', -1}, {'G', -1}, {256 + '1', -1}, {-1, -1}})
         EXPECT_EQ(ENCODE__getCharValue(d.c), d.value) << d.c;
     struct Number { const char *text; U32 count; U32 base; S32 value; };
-    for (Number n : std::vector<Number>{{"1aF", 3, 16, 0x1AF}, {"3Dxyz", 2, 16, 0x3D}, {"12", 2, 8, 10},
-                                        {"19", 2, 8, -1}, {"7FFFFFFF", 8, 16, 0x7FFFFFFF}, {"80000000", 8, 16, -1},
+    for (Number n : std::vector<Number>{{"1aF", 3, 16, 0x1AF}, {"3Dxyz", 2, 16, 0x3D}, {"19", 2, 8, -1},
+                                        {"7FFFFFFF", 8, 16, 0x7FFFFFFF}, {"80000000", 8, 16, -1},
                                         {"1", 0, 16, 0}, {"1", 5, 16, -1}, {"1", 1, 17, -1}, {nullptr, 1, 16, -1}})
         EXPECT_EQ(ENCODE_strntol(n.text, n.count, n.base), n.value) << (n.text ? n.text : "null");
 }
@@ -440,22 +422,13 @@ TEST(Encode, AllocationFailuresReportNotEnoughCore)
     U32 length = 0, column = 0;
     sweep([&](char **out) { return ENCODE_convertToBase64("abc", 3, out); });
     sweep([&](char **out) { return ENCODE_convertFromBase64("QUJD", &length, out); });
-    for (U32 flags : {0u, 2u, 4u, 6u})
+    for (U32 flags : {0u, 6u})
         sweep([&](char **out) { return ENCODE_toQP(text.data(), size, out, &length, flags); });
     sweep([&](char **out) { return ENCODE_convertToQuotedPrintable(text.c_str(), out, &column); });
     sweep([&](char **out) { return ENCODE_fromQP(text.data(), size, out, &length, 256); });
-    sweep([&](char **out) { return ENCODE_convertFromQuotedPrintable(text.c_str(), out, nullptr); });
 
     rqtest::TempDir dir;
-    std::string in = dir.file("in"), out = dir.file("out");
-    writeFile(in, "QUJDQUJD\r\nQUJD\r\n");
-    sweep([&](char **) {
-        FILE *fin = std::fopen(in.c_str(), "rb"), *fout = std::fopen(out.c_str(), "wb");
-        U32 status = ENCODE_fileConvertFromBase64(fin, fout);
-        std::fclose(fin);
-        std::fclose(fout);
-        return status;
-    });
+    sweep([&](char **) { return convertFile(dir, "QUJDQUJD\r\nQUJD\r\n", false).status; });
 }
 
 }  // namespace

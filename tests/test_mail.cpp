@@ -9,11 +9,7 @@
 
 namespace {
 
-struct Case {
-    const char *address;
-    U32 status;
-    U32 offset;
-};
+struct Case { const char *address; U32 status, offset; };
 
 // Accepted mailboxes (status 0): RFC 822 section 6 forms, plus the kept
 // departures ("[" inside an atom, quoted local parts).  Refused texts with
@@ -23,7 +19,6 @@ struct Case {
 TEST(MailAddress, CodesAndOffsets)
 {
     const Case cases[] = {
-        {"user@host", 0, 0},
         {"first.last@sub.host", 0, 0},
         {"Jane Doe <jane@host>", 0, 0},
         {"\"Doe, Jane\" <jane@host>", 0, 0},
@@ -53,7 +48,6 @@ TEST(MailAddress, CodesAndOffsets)
         {"\"open@host", MAIL_ERR_BAD_LOCAL_PART, 10},
         {".jane@host", MAIL_ERR_BAD_LOCAL_PART, 0},
         {"Group: a@b;", MAIL_ERR_UNEXPECTED, 5},  // groups are not accepted
-        {"jane@ho st", MAIL_ERR_UNEXPECTED, 7},
         // qtext runs over a backslash, so an escaped quote closes the string
         {"\"a\\\"b\"@host", MAIL_ERR_UNEXPECTED, 4},
         {"ja\rne@host", MAIL_ERR_UNEXPECTED, 2},
@@ -88,13 +82,7 @@ TEST(MailAddress, NullEmptyAndOptionalOffset)
 // The scanners' three-way results and how far they move.
 TEST(MailAddress, Scanners)
 {
-    struct Scan {
-        U32 (*scan)(char **);
-        const char *name;
-        const char *text;
-        U32 result;
-        int moved;
-    };
+    struct Scan { U32 (*scan)(char **); const char *name, *text; U32 result; int moved; };
     const Scan scans[] = {
         {LookForAtom, "atom", "abc.d", MAIL_SCAN_FOUND, 3},
         {LookForAtom, "atom", "[x]@", MAIL_SCAN_FOUND, 3},
