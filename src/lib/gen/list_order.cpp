@@ -59,14 +59,12 @@ bool sortedPlaceFixed(const Header &h, Compare compare, U32 hintAt, RQHANDLE *pr
         cur = next;
         if (next == 0)
             break;
-        const Slot *chunk = __atomic_load_n(&rq::handle::gChunks[next >> rq::handle::kChunkBits], __ATOMIC_ACQUIRE);
+        const Slot *slot = rq::handle::slotOf(next);
         U8 *hint;
         std::memcpy(&hint, e + hintAt, sizeof hint);
         U8 *ahead = hint;
         __asm__("" : "+r"(ahead));  // see follow
-        if (__builtin_expect(chunk != nullptr && hint != nullptr &&
-                                 reinterpret_cast<Slot>(hint) == chunk[next & (rq::handle::kChunkSize - 1)],
-                             1)) {
+        if (__builtin_expect(slot != nullptr && hint != nullptr && reinterpret_cast<Slot>(hint) == *slot, 1)) {
             e = ahead;
             continue;
         }
